@@ -13,6 +13,7 @@ int usage() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    (void)argv;
     if (argc < 2) return usage();
     return usage();
 }

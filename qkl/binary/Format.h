@@ -1,0 +1,334 @@
+// The binary document format (Part 2.1): the byte layout of a document and the
+// stateless operations that read and reshape it, in namespace QKL::binary.
+//
+//   header (8 bytes) | root node with its whole subtree | map area (name entries)
+//
+// These operations never allocate (except duplicate(at, msgVersion)), never grow
+// a buffer and never adjust ancestor sizes: the document buffer (Part 2.2) does.
+//
+// Trust model. Received bytes are hostile, so the code is split in two:
+//  - SAFE ON UNTRUSTED BYTES (never read or write outside the arena): Arena's
+//    accessors, Node's field readers and setters, Node::probe, Format::probe,
+//    operator bool, empty, version, beyond, size, root, node_range walking,
+//    mapEntryValid and map_type::entryValid. A field that lies outside the arena is reported with
+//    QKL_ASSERT (which returns) and reads as 0; a caller that walks untrusted
+//    bytes first checks nodes with Node::probe / node_range::valid and so never
+//    triggers the assertion.
+//  - TRUSTING THE CALLER (Part 2.1: "everything else trusts the caller to have
+//    made room first"): doInsert, insert, resize, unlink, map_type::insert and
+//    map_type::operator=. They are meant for a document the library built or
+//    adopted (Part 2.2 grows the buffer first). They still check that every
+//    byte they move or write lies inside the arena; when not, they report with
+//    QKL_ASSERT and change nothing, so a broken caller corrupts no memory.
+//
+// Multi-byte fields are in host byte order (little-endian on the platforms
+// served) and are read and written with memcpy, so no offset needs alignment.
+#ifndef QKL_BINARY_FORMAT_H
+#define QKL_BINARY_FORMAT_H
+
+#include <cstdint>
+
+namespace QKL {
+namespace binary {
+
+// ---- Document header ----------------------------------------------------------
+constexpr std::uint32_t MAGIC = 0xFEDCBA98u;      // bytes 98 BA DC FE when little-endian
+constexpr unsigned int HEADER_SIZE = 8;           // the root node starts right behind it
+constexpr unsigned int MAGIC_OFFSET = 0;
+constexpr unsigned int FLAGS_OFFSET = 4;          // the 32-bit word: empty bit, reserved, map length
+constexpr unsigned int VERSION_OFFSET = 7;        // one byte: the format version
+constexpr std::uint32_t EMPTY_BIT = 1u;           // bit 0: the document has no root node yet
+constexpr unsigned int MAP_LENGTH_SHIFT = 3;      // bits 3-23 hold the map length ...
+constexpr std::uint32_t MAP_LENGTH_MASK = (1u << 21) - 1;  // ... 21 bits wide ...
+constexpr unsigned int MAP_UNIT = 8;              // ... in units of 8 bytes
+constexpr unsigned char FORMAT_VERSION = 2;       // every document this system creates
+constexpr unsigned char LEGACY_FORMAT_VERSION = 0;  // a duplicate for a peer below MAP_MSG_VERSION
+// Message version from which a peer reads the binary document with its map area.
+constexpr unsigned int MAP_MSG_VERSION = 40000;
+// Format::probe: the bytes are not a binary document.
+constexpr unsigned int NOT_BINARY = 0xFFFFFFFFu;
+
+// ---- Node ------------------------------------------------------------------------
+constexpr unsigned int TAG_OFFSET = 0;        // int32
+constexpr unsigned int TYPE_OFFSET = 4;       // uint16 (in a map entry: the kind of name)
+constexpr unsigned int NS_OFFSET = 6;         // uint16
+constexpr unsigned int DATA_SIZE_OFFSET = 8;  // uint32
+constexpr unsigned int NODE_HEAD = 12;        // the four fields above
+constexpr unsigned int NODE_BORDER = 4;       // aligns an 8-byte value or a first child to 8
+constexpr unsigned int BORDERED_DATA_SIZE = 8;
+
+// Node types. Types 1-6 and 51 carry a value (encodings: Part 3.2).
+constexpr unsigned short TYPE_ELEMENT = 0;
+constexpr unsigned short TYPE_INT = 1;
+constexpr unsigned short TYPE_STRING = 2;
+constexpr unsigned short TYPE_LONGLONG = 3;
+constexpr unsigned short TYPE_DOUBLE = 4;
+constexpr unsigned short TYPE_BASE64 = 5;
+constexpr unsigned short TYPE_TIME = 6;
+constexpr unsigned short TYPE_CONTAINER = 50;
+constexpr unsigned short TYPE_XML = 51;
+constexpr unsigned short TYPE_FIRST_COMPLEX = 101;  // 101 and above: a container of that complex type
+
+// Map entries: the kind of name in the type field. A reader rejects an entry
+// whose 32-bit word at node offset 4 (type and ns) is negative or >= MAP_KIND_COUNT.
+constexpr unsigned short MAP_KIND_ELEMENT = 0;
+constexpr unsigned short MAP_KIND_NAMESPACE = 1;
+constexpr unsigned short MAP_KIND_TYPE = 2;
+constexpr int MAP_KIND_COUNT = 3;
+
+// Only containers hold children.
+inline bool isContainer(unsigned short type) {
+    return type == TYPE_CONTAINER || type >= TYPE_FIRST_COMPLEX;
+}
+
+// 4 when the payload starts at 16 (an 8-byte value or a container), else 0.
+inline unsigned int nodeBorder(unsigned short type, unsigned int dataSize) {
+    return dataSize == BORDERED_DATA_SIZE || isContainer(type) ? NODE_BORDER : 0;
+}
+
+// The size rule (`calculate`) for a given format version. 64-bit, because a
+// hostile data size near 2^32 gives a size above 2^32: such a node fits in no
+// arena, and Node::probe rejects it instead of wrapping around.
+std::uint64_t nodeSize(unsigned char formatVersion, unsigned short type, unsigned int dataSize);
+
+// ---- Arena: a view of a document buffer; owns nothing ----------------------------
+class Arena {
+public:
+    Arena() : m_data(nullptr), m_buffer(nullptr), m_size(0) {}
+    // writable is null for a read-only view; otherwise it is the same bytes as readable.
+    Arena(const char* readable, char* writable, unsigned int size)
+        : m_data(readable), m_buffer(writable), m_size(size) {}
+    static Arena readOnlyView(const void* bytes, unsigned int size) {
+        return Arena(static_cast<const char*>(bytes), nullptr, size);
+    }
+    static Arena writableView(void* bytes, unsigned int size) {
+        return Arena(static_cast<char*>(bytes), static_cast<char*>(bytes), size);
+    }
+
+    const char* start() const { return m_data; }
+    char* writableStart() const { return m_buffer; }
+    unsigned int size() const { return m_size; }
+    bool isSet() const { return m_data != nullptr; }
+    bool isWritable() const { return m_buffer != nullptr; }
+    // Never widens: a view can only lose bytes.
+    void narrow(unsigned int size) {
+        if (size < m_size) m_size = size;
+    }
+
+    // The Part's accessors: assert that the view is set and offset < size.
+    // On failure they report and return null, so a caller must not use the result unchecked.
+    const char* data(unsigned int offset) const;
+    char* buffer(unsigned int offset) const;  // also null (and reported) on a read-only view
+
+    // Bounds-checked spans, silent: [offset, offset + length) inside the view,
+    // computed without overflow; null when not (or when the view is unset or, for
+    // writeSpan, read-only). A zero-length span at offset == size is valid.
+    const char* readSpan(unsigned int offset, std::uint64_t length) const;
+    char* writeSpan(unsigned int offset, std::uint64_t length) const;
+
+private:
+    const char* m_data;
+    char* m_buffer;
+    unsigned int m_size;
+};
+
+// ---- Node: one element or map entry at an offset ---------------------------------
+// Readers report (QKL_ASSERT) and return 0 when their field does not lie inside
+// the arena. Setters do nothing on a read-only arena (deliberately silent, as the
+// Part says) and report and do nothing when the field lies outside the arena.
+class Node {
+public:
+    Node(const Arena& arena, unsigned int at) : m_arena(arena), m_at(at) {}
+
+    const Arena& arena() const { return m_arena; }
+    unsigned int offset() const { return m_at; }
+
+    int tag() const;
+    void setTag(int tag);
+    unsigned short type() const;
+    void setType(unsigned short type);
+    unsigned short ns() const;
+    void setNs(unsigned short ns);
+    unsigned int dataSize() const;
+    void setDataSize(unsigned int dataSize);
+
+    bool isContainer() const { return binary::isContainer(type()); }
+    unsigned int border() const { return nodeBorder(type(), dataSize()); }
+    unsigned int overhead() const { return NODE_HEAD + border(); }
+    // calculate(type, data size) under the arena's format version (header byte 7).
+    // Fits in 32 bits for every node that Node::probe accepts.
+    std::uint64_t size() const;
+
+    // The payload [offset + overhead, + dataSize): null (reported) when it does not
+    // lie inside the arena; data() is not null-terminated.
+    const char* data() const;
+    char* buffer() const;
+
+    // Stores a payload. Returns -1 (nonzero) and changes nothing when the arena is
+    // read-only, when length > size() - overhead() (the room of the node as it is),
+    // or when the payload would leave the arena; else sets the data size to length,
+    // copies the bytes to offset + overhead (the overhead of the new data size) and
+    // returns 0. With terminate, copies length - 1 bytes and writes a zero as the
+    // last byte (length 0 writes nothing). A null `bytes` copies nothing and leaves
+    // the payload as it was (the terminating zero is still written).
+    int setData(const void* bytes, unsigned int length, bool terminate);
+
+    // True (bad) unless the whole node, by its own fields, lies inside the arena:
+    // the 12 header bytes, then calculate(type, data size). Never reports.
+    static bool probe(const Arena& arena, unsigned int at);
+
+private:
+    Arena m_arena;
+    unsigned int m_at;
+};
+
+// ---- Map entries --------------------------------------------------------------------------
+// Safe on untrusted bytes: true when the map entry at `at` lies inside the arena
+// and inside the area [begin, end) (its size taken under formatVersion), its data
+// size is not 0, and the 32-bit word at node offset 4 (type and ns), read as
+// signed, is neither negative nor >= MAP_KIND_COUNT (so ns is 0). The version is
+// explicit because a foreign map area (Part 4.2 decode) is a buffer without a
+// document header. Never reports.
+bool mapEntryValid(const Arena& arena, unsigned int at, unsigned int begin, unsigned int end,
+                   unsigned char formatVersion);
+
+// ---- Format: the document as a whole ------------------------------------------------
+class Format {
+public:
+    // [begin, end): the node at begin, walking siblings up to end; begin >= end is no node.
+    // The walking helpers are safe on untrusted bytes: a node that does not fit
+    // (Node::probe, or it runs past end) is not valid(), and walking from it yields
+    // no node, so a corrupt document ends the walk instead of being read past.
+    struct node_range {
+        Arena arena;
+        unsigned int begin;
+        unsigned int end;
+
+        bool empty() const { return begin >= end; }
+        Node node() const { return Node(arena, begin); }
+        bool valid() const;            // a node at begin, whole inside the arena and [begin, end)
+        node_range children() const;   // a valid container's child run, else no node
+        node_range next() const;       // [begin + size, end) for a valid node, else no node
+    };
+
+    // The map area: a run of name entries behind the tree. Refers back to its Format.
+    class map_type {
+    public:
+        explicit map_type(Format& format) : m_format(&format) {}
+        map_type(const map_type&) = default;
+
+        unsigned int offset() const;  // beyond(8): where the map area starts
+        unsigned int size() const;    // map length field x 8, in bytes
+        // Trusting: doInsert of an entry (type = kind, data size given) at offset(),
+        // then grows the 21-bit map length by its size / 8, modulo 2^21 (kept to 21
+        // bits). The new entry comes first. Returns the entry size, 0 when refused.
+        unsigned int insert(unsigned int dataSize, unsigned short kind);
+        // Trusting: takes the other document's map length field and moves its map
+        // bytes to this document's offset(). Refused (reported) when either run
+        // leaves its arena.
+        map_type& operator=(const map_type& other);
+
+        // Safe on untrusted bytes: mapEntryValid over this document's area
+        // [offset(), offset() + size()) under its format version. Walk a map as
+        //   for (at = offset(); at != offset() + size(); at += Node(arena, at).size())
+        //       if (!entryValid(at)) -> malformed;
+        // every step stays inside the area, so the walk ends exactly at its end.
+        bool entryValid(unsigned int at) const;
+
+    private:
+        Format* m_format;
+    };
+
+    // A view of an existing document (reads nothing yet).
+    explicit Format(const Arena& arena) : m_arena(arena), m_map(*this) {}
+    // Writes a new header: magic, empty bit set, reserved bits and map length 0,
+    // the given format version (FORMAT_VERSION everywhere in this system).
+    Format(const Arena& arena, unsigned char version);
+    Format(const Format& other) : m_arena(other.m_arena), m_map(*this) {}
+    Format& operator=(const Format& other) {
+        m_arena = other.m_arena;  // m_map keeps referring to *this
+        return *this;
+    }
+
+    const Arena& arena() const { return m_arena; }
+    map_type& map() { return m_map; }
+    const map_type& map() const { return m_map; }
+
+    // True when the first 4 bytes are the magic; false (silently) on a shorter arena.
+    explicit operator bool() const;
+    bool empty() const;
+    unsigned char version() const;
+    void setEmpty(bool empty);               // header bit 0; nothing on a read-only arena
+    void setVersion(unsigned char version);  // header byte 7; nothing on a read-only arena
+
+    // [8, beyond(8)); an empty range while the document is empty.
+    node_range root() const;
+    // The end of the tree: `at` while empty, else 8 + root size. A root that does
+    // not fit in the arena is taken to fill it (the arena size): nothing behind an
+    // unreadable root is trusted, so the map area is then empty of valid entries.
+    unsigned int beyond(unsigned int at) const;
+    // The document length: size(8, msgVersion).
+    unsigned int size(unsigned int msgVersion) const { return size(HEADER_SIZE, msgVersion); }
+    // 8 + size of the node at `at` (or 8 when `at` is not below beyond(at)), plus
+    // the map bytes when msgVersion >= MAP_MSG_VERSION. Returns 0, which no
+    // document has, when the node at `at` does not fit in the arena or the total
+    // exceeds 32 bits. (The map area itself may lie past the arena: Part 2.2 and
+    // probe compare the result with the bytes they hold.)
+    unsigned int size(unsigned int at, unsigned int msgVersion) const;
+    // The size rule under this document's format version.
+    std::uint64_t calculate(unsigned short type, unsigned int dataSize) const {
+        return nodeSize(version(), type, dataSize);
+    }
+
+    // Trusting (see top). Opens a gap of calculate(type, dataSize) bytes at `at`
+    // by moving [at, size(MAP_MSG_VERSION)) up, then writes type and data size;
+    // tag, ns, border and payload are left as they were. Returns the gap, 0 when
+    // refused (at inside the header or past the document end, no room).
+    unsigned int doInsert(unsigned int at, unsigned int dataSize, unsigned short type);
+    // doInsert, then clears the empty bit when the document is empty and the type is
+    // 0 or a container. Returns [at, beyond(at) + node size), beyond taken before the
+    // insertion; an empty range when refused. Ancestors are not adjusted.
+    node_range insert(unsigned int at, unsigned int dataSize, unsigned short type);
+    // Makes the node at `at` take calculate(type, dataSize) bytes by moving the bytes
+    // behind it, then writes type and data size. Returns [at, beyond(at) + new - old
+    // size), beyond taken before; an empty range when refused. Ancestors are not adjusted.
+    node_range resize(unsigned int at, unsigned int dataSize, unsigned short type);
+    // Closes the node's bytes by moving everything behind it down; returns the
+    // removed size (0 when refused). Neither ancestors nor the empty bit change.
+    unsigned int unlink(unsigned int at);
+
+    // Safe for the source. Returns -1 when the target is read-only, smaller than
+    // size(at, msgVersion), or that size is 0 (the node does not fit). Otherwise writes
+    // a fresh header (format version 2) into the target; when `at` lies in the tree
+    // (below beyond(at)), copies that node with its subtree to target offset 8 and
+    // clears the target's empty bit; then copies the map area for msgVersion >=
+    // MAP_MSG_VERSION, or sets the target's format version to 0 (no map) below it;
+    // narrows the target to the document length and returns 0.
+    int duplicate(unsigned int at, Arena& target, unsigned int msgVersion) const;
+    // The same into a new zero-filled buffer of size(at, msgVersion) bytes (calloc).
+    // The caller frees arena.writableStart() with free(); all fields are zero when
+    // allocation or duplication fails.
+    Arena duplicate(unsigned int at, unsigned int msgVersion) const;
+
+    // Framing of a received stream: 0 when more bytes are needed (fewer than 8, a
+    // lone header, a root that does not fit yet, or a document longer than length),
+    // NOT_BINARY when the magic is wrong, else the document length (map area
+    // included, whatever the message version). Reads no byte outside [bytes, bytes + length).
+    static unsigned int probe(const char* bytes, unsigned int length);
+
+private:
+    std::uint32_t flags() const;
+    void setFlags(std::uint32_t flags);
+    unsigned int mapLength() const;  // the 21-bit field, in units of MAP_UNIT
+    void setMapLength(unsigned int units);
+    // Moves [from, end) to `to`; false (reported) when a byte would leave the arena.
+    bool move(unsigned int from, std::uint64_t to, unsigned int end);
+
+    Arena m_arena;
+    map_type m_map;
+};
+
+}  // namespace binary
+}  // namespace QKL
+
+#endif

@@ -1,0 +1,117 @@
+// The map area, walking node ranges and duplication (Part 2.1).
+#include <cstdlib>
+#include <cstring>
+
+#include "qkl/binary/Format.h"
+#include "qkl/common/QKLAssert.h"
+
+namespace QKL {
+namespace binary {
+
+// ---- node_range -------------------------------------------------------------------------
+
+bool Format::node_range::valid() const {
+    if (empty() || Node::probe(arena, begin)) return false;
+    return std::uint64_t(begin) + node().size() <= end;
+}
+
+Format::node_range Format::node_range::children() const {
+    const node_range none{arena, end, end};
+    if (!valid() || !node().isContainer()) return none;
+    const Node parent = node();
+    const unsigned int first = begin + parent.overhead();
+    // A corrupt data size (not a sum of node sizes) must not reach past the parent.
+    std::uint64_t last = std::uint64_t(first) + parent.dataSize();
+    const std::uint64_t parentEnd = begin + parent.size();
+    if (last > parentEnd) last = parentEnd;
+    return node_range{arena, first, static_cast<unsigned int>(last)};
+}
+
+Format::node_range Format::node_range::next() const {
+    if (!valid()) return node_range{arena, end, end};
+    return node_range{arena, begin + static_cast<unsigned int>(node().size()), end};
+}
+
+// ---- Map entries ---------------------------------------------------------------------------
+
+bool mapEntryValid(const Arena& arena, unsigned int at, unsigned int begin, unsigned int end,
+                   unsigned char formatVersion) {
+    const char* head = arena.readSpan(at, NODE_HEAD);
+    if (at < begin || head == nullptr) return false;
+    const Node entry(arena, at);  // its header is inside: the field reads cannot fail
+    const std::uint64_t entrySize = nodeSize(formatVersion, entry.type(), entry.dataSize());
+    if (entry.dataSize() == 0 || at + entrySize > end || arena.readSpan(at, entrySize) == nullptr)
+        return false;
+    // Type and ns read together as one signed word: kinds 0-2 with ns 0 only.
+    std::int32_t kindWord = 0;
+    std::memcpy(&kindWord, head + TYPE_OFFSET, sizeof kindWord);
+    if (kindWord < 0 || kindWord >= MAP_KIND_COUNT) return false;
+    // The name's bytes lie inside the entry for every size rule; checked all the same.
+    return at + std::uint64_t(entry.overhead()) + entry.dataSize() <= end;
+}
+
+// ---- map_type -----------------------------------------------------------------------------
+
+unsigned int Format::map_type::offset() const { return m_format->beyond(HEADER_SIZE); }
+
+unsigned int Format::map_type::size() const { return m_format->mapLength() * MAP_UNIT; }
+
+unsigned int Format::map_type::insert(unsigned int dataSize, unsigned short kind) {
+    const unsigned int entrySize = m_format->doInsert(offset(), dataSize, kind);
+    if (entrySize != 0) m_format->setMapLength(m_format->mapLength() + entrySize / MAP_UNIT);
+    return entrySize;
+}
+
+Format::map_type& Format::map_type::operator=(const map_type& other) {
+    if (this == &other) return *this;
+    const unsigned int bytes = other.size();
+    const char* source = other.m_format->m_arena.readSpan(other.offset(), bytes);
+    char* target = m_format->m_arena.writeSpan(offset(), bytes);
+    QKL_ASSERT(source != nullptr && target != nullptr);
+    if (source == nullptr || target == nullptr) return *this;
+    if (bytes > 0) std::memmove(target, source, bytes);
+    m_format->setMapLength(other.m_format->mapLength());
+    return *this;
+}
+
+bool Format::map_type::entryValid(unsigned int at) const {
+    const std::uint64_t end = std::uint64_t(offset()) + size();
+    // An end past 32 bits is past every arena, which mapEntryValid checks as well.
+    const unsigned int areaEnd = end > 0xFFFFFFFFu ? 0xFFFFFFFFu : static_cast<unsigned int>(end);
+    return mapEntryValid(m_format->m_arena, at, offset(), areaEnd, m_format->version());
+}
+
+// ---- duplicate ---------------------------------------------------------------------------
+
+int Format::duplicate(unsigned int at, Arena& target, unsigned int msgVersion) const {
+    const unsigned int length = size(at, msgVersion);
+    if (!target.isWritable() || length == 0 || target.size() < length) return -1;
+    Format copy(target, FORMAT_VERSION);
+    if (at < beyond(at)) {  // size() counted the node, and found that it fits
+        const std::uint64_t nodeBytes = Node(m_arena, at).size();
+        std::memcpy(target.writeSpan(HEADER_SIZE, nodeBytes), m_arena.readSpan(at, nodeBytes), nodeBytes);
+        copy.setEmpty(false);
+    }
+    if (msgVersion >= MAP_MSG_VERSION)
+        copy.map() = map();
+    else
+        copy.setVersion(LEGACY_FORMAT_VERSION);  // an older peer reads the legacy size rule, no map
+    target.narrow(length);
+    return 0;
+}
+
+Arena Format::duplicate(unsigned int at, unsigned int msgVersion) const {
+    const unsigned int length = size(at, msgVersion);
+    if (length == 0) return Arena();
+    void* bytes = std::calloc(length, 1);
+    if (bytes == nullptr) return Arena();
+    Arena target = Arena::writableView(bytes, length);
+    if (duplicate(at, target, msgVersion) != 0) {
+        std::free(bytes);
+        return Arena();
+    }
+    return target;
+}
+
+}  // namespace binary
+}  // namespace QKL

@@ -1,0 +1,129 @@
+// Arena, Node and the size rule (Part 2.1). Every field access goes through
+// a bounds-checked span of the arena, in 64-bit arithmetic, so a hostile offset
+// or data size can neither wrap around nor reach outside the buffer.
+#include "qkl/binary/Format.h"
+
+#include <cstring>
+
+#include "qkl/common/QKLAssert.h"
+
+namespace QKL {
+namespace binary {
+
+namespace {
+
+// Reads a T at node offset `at` + `field`; 0 (reported) when it is not inside the arena.
+template <typename T>
+T readField(const Arena& arena, unsigned int at, unsigned int field) {
+    T value = 0;
+    const char* node = arena.readSpan(at, std::uint64_t(field) + sizeof(T));
+    QKL_ASSERT(node != nullptr);
+    if (node) std::memcpy(&value, node + field, sizeof(T));
+    return value;
+}
+
+// Writes a T at node offset `at` + `field`. Silent on a read-only arena, as the Part
+// asks of setters; reported when the field is outside a writable arena.
+template <typename T>
+void writeField(const Arena& arena, unsigned int at, unsigned int field, T value) {
+    if (!arena.isWritable()) return;
+    char* node = arena.writeSpan(at, std::uint64_t(field) + sizeof(T));
+    QKL_ASSERT(node != nullptr);
+    if (node) std::memcpy(node + field, &value, sizeof(T));
+}
+
+// Header byte 7. Reported and 0 (the legacy rule) on an arena without a header.
+unsigned char formatVersionOf(const Arena& arena) {
+    return readField<unsigned char>(arena, 0, VERSION_OFFSET);
+}
+
+}  // namespace
+
+std::uint64_t nodeSize(unsigned char formatVersion, unsigned short type, unsigned int dataSize) {
+    const std::uint64_t ds = dataSize;
+    const std::uint64_t align = ~std::uint64_t(7);
+    if (formatVersion == FORMAT_VERSION)
+        return nodeBorder(type, dataSize) ? (ds + 23) & align : (ds + 19) & align;
+    // The legacy rule always leaves at least one byte behind the payload; kept as it
+    // is, since it decides where a legacy document's next sibling is read.
+    return (ds + 12) / 8 * 8 + 8;
+}
+
+// ---- Arena ----------------------------------------------------------------------------
+
+const char* Arena::data(unsigned int offset) const {
+    QKL_ASSERT(m_data != nullptr && offset < m_size);
+    return m_data != nullptr && offset < m_size ? m_data + offset : nullptr;
+}
+
+char* Arena::buffer(unsigned int offset) const {
+    QKL_ASSERT(m_buffer != nullptr && offset < m_size);
+    return m_buffer != nullptr && offset < m_size ? m_buffer + offset : nullptr;
+}
+
+const char* Arena::readSpan(unsigned int offset, std::uint64_t length) const {
+    if (m_data == nullptr || std::uint64_t(offset) + length > m_size) return nullptr;
+    return m_data + offset;
+}
+
+char* Arena::writeSpan(unsigned int offset, std::uint64_t length) const {
+    if (m_buffer == nullptr || std::uint64_t(offset) + length > m_size) return nullptr;
+    return m_buffer + offset;
+}
+
+// ---- Node -------------------------------------------------------------------------------
+
+int Node::tag() const { return readField<std::int32_t>(m_arena, m_at, TAG_OFFSET); }
+void Node::setTag(int tag) { writeField<std::int32_t>(m_arena, m_at, TAG_OFFSET, tag); }
+
+unsigned short Node::type() const { return readField<std::uint16_t>(m_arena, m_at, TYPE_OFFSET); }
+void Node::setType(unsigned short type) { writeField<std::uint16_t>(m_arena, m_at, TYPE_OFFSET, type); }
+
+unsigned short Node::ns() const { return readField<std::uint16_t>(m_arena, m_at, NS_OFFSET); }
+void Node::setNs(unsigned short ns) { writeField<std::uint16_t>(m_arena, m_at, NS_OFFSET, ns); }
+
+unsigned int Node::dataSize() const { return readField<std::uint32_t>(m_arena, m_at, DATA_SIZE_OFFSET); }
+void Node::setDataSize(unsigned int dataSize) {
+    writeField<std::uint32_t>(m_arena, m_at, DATA_SIZE_OFFSET, dataSize);
+}
+
+std::uint64_t Node::size() const { return nodeSize(formatVersionOf(m_arena), type(), dataSize()); }
+
+const char* Node::data() const {
+    const char* payload = m_arena.readSpan(m_at, std::uint64_t(overhead()) + dataSize());
+    QKL_ASSERT(payload != nullptr);
+    return payload ? payload + overhead() : nullptr;
+}
+
+char* Node::buffer() const {
+    char* payload = m_arena.writeSpan(m_at, std::uint64_t(overhead()) + dataSize());
+    QKL_ASSERT(payload != nullptr);
+    return payload ? payload + overhead() : nullptr;
+}
+
+int Node::setData(const void* bytes, unsigned int length, bool terminate) {
+    if (!m_arena.isWritable()) return -1;
+    // The node's own header must be inside before its fields mean anything.
+    const char* head = m_arena.writeSpan(m_at, NODE_HEAD);
+    QKL_ASSERT(head != nullptr);
+    if (head == nullptr) return -1;
+    if (length > size() - overhead()) return -1;
+    // The payload starts where the new data size puts it (an 8-byte value moves to 16).
+    const unsigned int start = NODE_HEAD + nodeBorder(type(), length);
+    char* node = m_arena.writeSpan(m_at, std::uint64_t(start) + length);
+    if (node == nullptr) return -1;
+    setDataSize(length);
+    const unsigned int copied = terminate && length > 0 ? length - 1 : length;
+    if (bytes != nullptr && copied > 0) std::memcpy(node + start, bytes, copied);
+    if (terminate && length > 0) node[start + length - 1] = '\0';
+    return 0;
+}
+
+bool Node::probe(const Arena& arena, unsigned int at) {
+    if (arena.readSpan(at, NODE_HEAD) == nullptr) return true;
+    // The header is inside, so these reads cannot fail (and so never report).
+    return arena.readSpan(at, Node(arena, at).size()) == nullptr;
+}
+
+}  // namespace binary
+}  // namespace QKL
