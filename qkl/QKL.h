@@ -2,7 +2,26 @@
 #ifndef QKL_QKL_H
 #define QKL_QKL_H
 
+// The companion library (libQKLCommon).
 #include "qkl/common/QKLCommon.h"
+
+// Subsystem 7: string utilities and shared types.
 #include "qkl/util/CharArray.h"
+#include "qkl/util/ignorecase.h"
+
+// Subsystem 4: vocabularies and the per-document ID map.
+#include "qkl/vocabulary/QKLDefaultMap.h"
+#include "qkl/vocabulary/QKLLookASide.h"
+#include "qkl/vocabulary/QKLProtocolIDMap.h"
+#include "qkl/vocabulary/SearchTblItem.h"
+
+// Subsystems 2 and 3: the binary format and document.
+#include "qkl/binary/BinaryPath.h"
+#include "qkl/binary/CopyAssistant.h"
+#include "qkl/binary/Format.h"
+#include "qkl/binary/QKLBinaryInternals.h"
+
+// Subsystem 1: the message model.
+#include "qkl/message/QKLSessionID.h"
 
 #endif

@@ -209,6 +209,10 @@ public:
         bool valid() const;            // a node at begin, whole inside the arena and [begin, end)
         node_range children() const;   // a valid container's child run, else no node
         node_range next() const;       // [begin + size, end) for a valid node, else no node
+        // valid(), and so is its whole subtree: the children of every container
+        // tile its payload exactly. Checks untrusted bytes before a copy relies on
+        // the structure; iterative, so any depth is fine.
+        bool subtreeValid() const;
     };
 
     // The map area: a run of name entries behind the tree. Refers back to its Format.

@@ -1,6 +1,7 @@
 // The map area, walking node ranges and duplication (Part 2.1).
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include "qkl/binary/Format.h"
 #include "qkl/common/QKLAssert.h"
@@ -30,6 +31,31 @@ Format::node_range Format::node_range::children() const {
 Format::node_range Format::node_range::next() const {
     if (!valid()) return node_range{arena, end, end};
     return node_range{arena, begin + static_cast<unsigned int>(node().size()), end};
+}
+
+bool Format::node_range::subtreeValid() const {
+    if (!valid()) return false;
+    // The ends of the containers entered so far, innermost last.
+    std::vector<std::uint64_t> ends(1, std::uint64_t(begin) + node().size());
+    std::uint64_t at = begin;
+    while (!ends.empty()) {
+        if (at == ends.back()) {
+            ends.pop_back();
+            continue;
+        }
+        if (at > ends.back() || at > 0xFFFFFFFFu || Node::probe(arena, unsigned(at))) return false;
+        const Node child(arena, unsigned(at));
+        const std::uint64_t size = child.size();
+        if (at + size > ends.back()) return false;
+        if (!child.isContainer()) {
+            at += size;
+            continue;
+        }
+        if (child.overhead() + std::uint64_t(child.dataSize()) != size) return false;
+        ends.push_back(at + size);
+        at += child.overhead();
+    }
+    return true;
 }
 
 // ---- Map entries ---------------------------------------------------------------------------

@@ -1,0 +1,278 @@
+#include "qkl/vocabulary/QKLProtocolIDMap.h"
+
+#include <cstring>
+#include <string>
+
+#include "qkl/binary/Format.h"
+#include "qkl/binary/QKLBinaryInternals.h"
+#include "qkl/common/QKLAssert.h"
+#include "qkl/vocabulary/QKLDefaultMap.h"
+
+namespace QKL {
+
+using Internal::CharArray;
+using Internal::nullCharArray;
+
+const CharArray QKLProtocolIDMap::INVALID_TAG("INVALID_TAG", 11);
+
+namespace {
+
+// IDs up to this one (compared unsigned) name neither elements nor namespaces.
+const unsigned int LAST_NON_NAME_ID = 200;
+// Namespace and type IDs live in 16-bit node fields.
+const int SHORT_ID_SIGN = 32768;
+
+CharArray vocabularyName(int id) {
+    const CharArray& element = getStringByElemIdDefault(id);
+    return element.empty() ? getStringByNSIdDefault(id) : element;
+}
+
+int vocabularyID(const CharArray& name) {
+    int id = getElemIdByStringDefault(name.ptr(), name.length());
+    return id != 0 ? id : getNSIdByStringDefault(name.ptr(), name.length());
+}
+
+// A run of map entries [begin, end) in `arena`, walked entry by entry. An
+// entry that is malformed or leaves the run makes the walk invalid; it never
+// reads outside the arena.
+class MapWalk {
+public:
+    MapWalk(const binary::Arena& arena, unsigned int begin, unsigned int end, unsigned char version)
+        : m_arena(arena), m_at(begin), m_end(end), m_version(version),
+          m_valid(binary::mapEntryValid(arena, begin, begin, end, version) || begin == end) {}
+
+    bool done() const { return !m_valid || m_at == m_end; }
+    bool valid() const { return m_valid; }
+    binary::Node entry() const { return binary::Node(m_arena, m_at); }
+    CharArray name() const {
+        binary::Node node = entry();
+        return CharArray(node.data(), node.dataSize() - 1);
+    }
+    void next() {
+        binary::Node node = entry();
+        m_at += unsigned(binary::nodeSize(m_version, node.type(), node.dataSize()));
+        m_valid = m_at == m_end || binary::mapEntryValid(m_arena, m_at, m_at, m_end, m_version);
+    }
+
+private:
+    binary::Arena m_arena;
+    unsigned int m_at;
+    unsigned int m_end;
+    unsigned char m_version;
+    bool m_valid;
+};
+
+// The document's own map area, bounded by the bytes the document occupies.
+MapWalk ownMap(const QKLBinaryInternals& doc) {
+    binary::Arena arena = doc.arena();
+    arena.narrow(doc.used());
+    binary::Format format(arena);
+    const binary::Format::map_type& map = format.map();
+    const unsigned long long end = (unsigned long long)map.offset() + map.size();
+    // An area that claims to run past the document is walked as far as the
+    // document goes, and so fails on its first entry that would leave it.
+    return MapWalk(arena, map.offset(), end > doc.used() ? doc.used() + 1 : unsigned(end), format.version());
+}
+
+}  // namespace
+
+// ---- CharArrayEx ---------------------------------------------------------------------------
+
+QKLProtocolIDMap::CharArrayEx::CharArrayEx(const binary::Node& entry)
+    : m_ptr(entry.data()), m_length(entry.dataSize() - 1), m_doc(nullptr), m_offset(0) {}
+
+QKLProtocolIDMap::CharArrayEx::CharArrayEx(const QKLBinaryInternals* doc, const binary::Node& entry)
+    : m_ptr(nullptr), m_length(entry.dataSize() - 1), m_doc(doc),
+      m_offset(int(doc->used() - (entry.offset() + entry.overhead()))) {}
+
+CharArray QKLProtocolIDMap::CharArrayEx::get() const {
+    if (m_doc == nullptr || m_doc->buffer() == nullptr)
+        return m_ptr ? CharArray(m_ptr, m_length) : nullCharArray;
+    const unsigned int used = m_doc->used();
+    if (m_offset < 0 || unsigned(m_offset) > used || m_length > unsigned(m_offset)) return nullCharArray;
+    return CharArray(m_doc->buffer() + (used - unsigned(m_offset)), m_length);
+}
+
+// ---- construction ---------------------------------------------------------------------------
+
+QKLProtocolIDMap::QKLProtocolIDMap(QKLBinaryInternals* doc)
+    : m_index(new Internal::SearchTblItem), m_ownIndex(true), m_nextID(BEGIN_ID),
+      m_messageVersion(QKLBinaryInternals::DEFAULT_MESSAGE_VERSION), m_doc(doc) {}
+
+// Both sides give up ownership of the shared index: whichever writes first
+// takes a private copy, so neither sees IDs that only the other assigned.
+QKLProtocolIDMap::QKLProtocolIDMap(const QKLProtocolIDMap& other)
+    : m_elements(other.m_elements), m_types(other.m_types), m_index(other.m_index), m_ownIndex(false),
+      m_nextID(other.m_nextID), m_messageVersion(other.m_messageVersion), m_doc(other.m_doc) {
+    other.m_ownIndex = false;
+}
+
+QKLProtocolIDMap& QKLProtocolIDMap::operator=(const QKLProtocolIDMap& other) {
+    if (this == &other) return *this;
+    m_elements = other.m_elements;
+    m_types = other.m_types;
+    m_index = other.m_index;
+    m_ownIndex = false;
+    other.m_ownIndex = false;
+    m_nextID = other.m_nextID;
+    m_messageVersion = other.m_messageVersion;
+    m_doc = other.m_doc;
+    return *this;
+}
+
+void QKLProtocolIDMap::reset() {
+    m_elements.clear();
+    m_types.clear();
+    m_index.reset(new Internal::SearchTblItem);
+    m_ownIndex = true;
+    m_nextID = BEGIN_ID;
+    m_messageVersion = QKLBinaryInternals::DEFAULT_MESSAGE_VERSION;
+}
+
+void QKLProtocolIDMap::setDoc(QKLBinaryInternals* doc) {
+    m_doc = doc;
+    for (IDMap::value_type& entry : m_elements) entry.second.setDoc(doc);
+    for (IDMap::value_type& entry : m_types) entry.second.setDoc(doc);
+}
+
+void QKLProtocolIDMap::str2IDMapCheckCopyOnWrite() const {
+    if (m_ownIndex) return;
+    m_index.reset(new Internal::SearchTblItem(*m_index));
+    m_ownIndex = true;
+}
+
+// ---- decoding ---------------------------------------------------------------------------------
+
+int QKLProtocolIDMap::validate() const {
+    if (!m_elements.empty()) return 0;
+    if (m_doc == nullptr || m_doc->buffer() == nullptr) return 0;
+    if (m_doc->used() < binary::HEADER_SIZE) return 0;
+    std::uint32_t flags;
+    std::memcpy(&flags, m_doc->buffer() + binary::FLAGS_OFFSET, sizeof flags);
+    if (((flags >> binary::MAP_LENGTH_SHIFT) & binary::MAP_LENGTH_MASK) == 0) return 0;
+    return decodeEntries(nullptr, 0);
+}
+
+int QKLProtocolIDMap::decode(const char* area, unsigned long size) { return decodeEntries(area, size); }
+
+int QKLProtocolIDMap::decodeEntries(const char* area, unsigned long size) const {
+    const bool own = area == nullptr;
+    if (own) {
+        QKL_ASSERT(size == 0);
+        QKL_ASSERT(m_doc != nullptr && m_doc->buffer() != nullptr);
+        if (m_doc == nullptr || m_doc->buffer() == nullptr) return -1;
+    } else if (size > 0xFFFFFFFFul) {
+        return -1;
+    }
+    const bool fresh = m_elements.empty();
+    MapWalk walk = own ? ownMap(*m_doc)
+                       : MapWalk(binary::Arena::readOnlyView(area, unsigned(size)), 0, unsigned(size),
+                                 binary::FORMAT_VERSION);
+    for (; !walk.done(); walk.next()) {
+        const binary::Node entry = walk.entry();
+        const int kind = entry.type();
+        CharArrayEx name = own ? CharArrayEx(m_doc, entry) : CharArrayEx(entry);
+        record(name, entry.tag(), kind, !fresh);
+        if (fresh) keepCounterBelow(entry.tag(), kind);
+    }
+    return walk.valid() ? 0 : -1;
+}
+
+void QKLProtocolIDMap::keepCounterBelow(int tag, int kind) const {
+    if (kind != ELEMENT) {
+        if (tag < SHORT_ID_SIGN) return;
+        tag = int(static_cast<short>(tag & 0xFFFF));  // sign-extend the 16-bit ID
+    } else if (tag >= 0) {
+        return;
+    }
+    if (m_nextID >= tag) m_nextID = tag - 1;
+}
+
+// ---- recording ---------------------------------------------------------------------------------
+
+int QKLProtocolIDMap::insertID(const CharArrayEx& name, int id, int kind, bool writeToDocument) {
+    return record(name, id, kind, writeToDocument);
+}
+
+int QKLProtocolIDMap::record(const CharArrayEx& name, int id, int kind, bool writeToDocument) const {
+    IDMap& map = kind == TYPE ? m_types : m_elements;
+    if (map.count(id) != 0) return 0;
+    CharArrayEx stored = name;
+    if (m_doc != nullptr && writeToDocument) {
+        // The text may lie in the document's own buffer, which add2map can move.
+        const std::string text = name.get().str();
+        if (m_doc->add2map(unsigned(id), static_cast<unsigned short>(kind), text.data(), unsigned(text.size())) != 0)
+            return 0;
+        binary::Format format = m_doc->format();
+        stored = CharArrayEx(m_doc, binary::Node(format.arena(), format.map().offset()));
+    }
+    str2IDMapCheckCopyOnWrite();
+    map.insert(IDMap::value_type(id, stored));
+    const CharArray text = stored.get();
+    m_index->addItem(id, text.ptr(), text.length());
+    return id;
+}
+
+// ---- look-ups -------------------------------------------------------------------------------------
+
+CharArray QKLProtocolIDMap::findIDC(int id) const {
+    if (unsigned(id) <= LAST_NON_NAME_ID) return nullCharArray;
+    const CharArray name = vocabularyName(id);
+    if (!name.empty()) return name;
+    if (validate() != 0) return nullCharArray;
+    IDMap::const_iterator found = m_elements.find(id);
+    return found == m_elements.end() ? nullCharArray : found->second.get();
+}
+
+CharArray QKLProtocolIDMap::findTypeIDC(int id) const {
+    const CharArray& name = getStringByTypeIdDefault(id);
+    if (!name.empty()) return name;
+    if (validate() != 0) return nullCharArray;
+    IDMap::const_iterator found = m_types.find(id);
+    return found == m_types.end() ? nullCharArray : found->second.get();
+}
+
+int QKLProtocolIDMap::doFind(const CharArray& name) const {
+    const Internal::SearchTblItem* item = m_index ? m_index->findItem(name.ptr(), name.length()) : nullptr;
+    const int id = item ? item->id() : 0;
+    if (id == 0 || m_ownIndex) return id;
+    // A shared index may hold names that only the other copies know.
+    return m_elements.count(id) != 0 ? id : 0;
+}
+
+int QKLProtocolIDMap::findStrInMsg(const CharArray& name) const {
+    if (m_doc == nullptr || m_doc->buffer() == nullptr) return 0;
+    for (MapWalk walk = ownMap(*m_doc); !walk.done(); walk.next()) {
+        const CharArray entryName = walk.name();
+        QKL_ASSERT(entryName.ptr() != nullptr && name.ptr() != nullptr);
+        if (entryName != name) continue;
+        str2IDMapCheckCopyOnWrite();
+        const int tag = walk.entry().tag();
+        return m_index->addItem(tag, entryName.ptr(), entryName.length()).second ? tag : 0;
+    }
+    return 0;
+}
+
+int QKLProtocolIDMap::findStrC(const CharArray& name, DefaultLookup) const {
+    if (validate() != 0) return 0;
+    int id = doFind(name);
+    if (id == 0) id = findStrInMsg(name);
+    if (id == 0) id = vocabularyID(name);
+    return id;
+}
+
+int QKLProtocolIDMap::findStr(const CharArray& name, DefaultLookup, IDType kind) {
+    if (validate() != 0) return 0;
+    int id = doFind(name);
+    if (id == 0) id = vocabularyID(name);
+    if (id != 0) {
+        // Deliberate: a known name is recorded too (a no-op when its ID is mapped already).
+        record(CharArrayEx(name), id, kind, true);
+        return id;
+    }
+    const int fresh = kind == ELEMENT ? m_nextID : int(static_cast<unsigned short>(m_nextID & 0xFFFF));
+    --m_nextID;
+    return record(CharArrayEx(name), fresh, kind, true);
+}
+
+}  // namespace QKL
