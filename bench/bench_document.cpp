@@ -1,0 +1,146 @@
+// Document buffer and ID map (issue "Document buffer"; Parts 2.2, 4.1, 4.2):
+//  - name -> ID through the vocabulary trie, against libxml2's dictionary and a
+//    std::unordered_map over the same names; `allocs` counts operator new calls per look-up;
+//  - appending a child at the end of the tree, against pugixml's append_child and
+//    libbson's append, for documents of growing size: the QKL append moves only the
+//    map area behind the tree, so its cost per child must not grow with the tree.
+#include <benchmark/benchmark.h>
+#include <bson/bson.h>
+#include <libxml/xmlstring.h>
+#include <libxml/dict.h>
+#include <pugixml.hpp>
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "qkl/QKL.h"
+
+namespace {
+
+std::atomic<long> g_allocations{0};
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+    ++g_allocations;
+    if (void* p = std::malloc(size ? size : 1)) return p;
+    throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+
+namespace {
+
+std::vector<std::string> elementNames() {
+    std::vector<std::string> names;
+    for (int id = QKL::ELEM_FIRST_ID; id <= QKL::ELEM_LAST_ID; ++id) {
+        const QKL::Internal::CharArray& name = QKL::getStringByElemIdDefault(id);
+        if (!name.empty()) names.push_back(name.str());
+    }
+    return names;
+}
+
+const std::vector<std::string>& names() {
+    static const std::vector<std::string> all = elementNames();
+    return all;
+}
+
+void BM_LookupQKLTrie(benchmark::State& state) {
+    const std::vector<std::string>& all = names();
+    const long before = g_allocations;
+    for (auto _ : state)
+        for (const std::string& n : all) benchmark::DoNotOptimize(QKL::getElemIdByStringDefault(n.data(), n.size()));
+    state.SetItemsProcessed(state.iterations() * long(all.size()));
+    state.counters["allocs"] =
+        benchmark::Counter(double(g_allocations - before), benchmark::Counter::kAvgIterations);
+}
+BENCHMARK(BM_LookupQKLTrie);
+
+void BM_LookupQKLIDMapFindStrC(benchmark::State& state) {
+    const std::vector<std::string>& all = names();
+    QKL::QKLBinaryInternals doc;
+    doc.turnBlank();
+    const long before = g_allocations;
+    for (auto _ : state)
+        for (const std::string& n : all)
+            benchmark::DoNotOptimize(doc.idMap().findStrC(QKL::Internal::CharArray(n.data(), unsigned(n.size())),
+                                                          &QKL::QKLDefaultMap::findElem));
+    state.SetItemsProcessed(state.iterations() * long(all.size()));
+    state.counters["allocs"] =
+        benchmark::Counter(double(g_allocations - before), benchmark::Counter::kAvgIterations);
+}
+BENCHMARK(BM_LookupQKLIDMapFindStrC);
+
+void BM_LookupStdUnorderedMap(benchmark::State& state) {
+    const std::vector<std::string>& all = names();
+    std::unordered_map<std::string_view, int> map;
+    for (size_t i = 0; i < all.size(); ++i) map.emplace(all[i], int(i));
+    for (auto _ : state)
+        for (const std::string& n : all) benchmark::DoNotOptimize(map.find(n));
+    state.SetItemsProcessed(state.iterations() * long(all.size()));
+}
+BENCHMARK(BM_LookupStdUnorderedMap);
+
+void BM_LookupLibxml2Dict(benchmark::State& state) {
+    const std::vector<std::string>& all = names();
+    xmlDictPtr dict = xmlDictCreate();
+    for (const std::string& n : all) xmlDictLookup(dict, reinterpret_cast<const xmlChar*>(n.data()), int(n.size()));
+    for (auto _ : state)
+        for (const std::string& n : all)
+            benchmark::DoNotOptimize(xmlDictExists(dict, reinterpret_cast<const xmlChar*>(n.data()), int(n.size())));
+    state.SetItemsProcessed(state.iterations() * long(all.size()));
+    xmlDictFree(dict);
+}
+BENCHMARK(BM_LookupLibxml2Dict);
+
+// Appends state.range(0) int children under the root of a new document.
+void BM_AppendQKLBinaryInternals(benchmark::State& state) {
+    const int children = int(state.range(0));
+    for (auto _ : state) {
+        QKL::QKLBinaryInternals doc;
+        doc.turnBlank();
+        QKL::BinaryPath path;
+        doc.insert(path, 1398, QKL::binary::TYPE_CONTAINER, nullptr, 0, false);
+        doc.add2map(unsigned(-2), 0, "custom_name", 11);  // a map area behind the tree, as in real documents
+        for (int i = 0; i < children; ++i) {
+            doc.insert(path, 1010, QKL::binary::TYPE_INT, &i, sizeof i, false);
+            path.pop();
+        }
+        benchmark::DoNotOptimize(doc.buffer());
+    }
+    state.SetItemsProcessed(state.iterations() * children);
+}
+BENCHMARK(BM_AppendQKLBinaryInternals)->Arg(16)->Arg(256)->Arg(4096);
+
+void BM_AppendPugixml(benchmark::State& state) {
+    const int children = int(state.range(0));
+    for (auto _ : state) {
+        pugi::xml_document doc;
+        pugi::xml_node root = doc.append_child("packet");
+        for (int i = 0; i < children; ++i) root.append_child("id").text().set(i);
+        benchmark::DoNotOptimize(root);
+    }
+    state.SetItemsProcessed(state.iterations() * children);
+}
+BENCHMARK(BM_AppendPugixml)->Arg(16)->Arg(256)->Arg(4096);
+
+void BM_AppendLibbson(benchmark::State& state) {
+    const int children = int(state.range(0));
+    for (auto _ : state) {
+        bson_t* doc = bson_new();
+        for (int i = 0; i < children; ++i) bson_append_int32(doc, "id", 2, i);
+        benchmark::DoNotOptimize(bson_get_data(doc));
+        bson_destroy(doc);
+    }
+    state.SetItemsProcessed(state.iterations() * children);
+}
+BENCHMARK(BM_AppendLibbson)->Arg(16)->Arg(256)->Arg(4096);
+
+}  // namespace
+
+BENCHMARK_MAIN();
