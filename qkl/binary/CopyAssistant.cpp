@@ -12,6 +12,9 @@ namespace binary {
 
 namespace {
 
+// Namespace and type IDs are stored in 16-bit node fields.
+const int LAST_SHORT_ID = 0xFFFF;
+
 // The payload length to hand to QKLBinaryInternals::insert, which adds the
 // terminating byte of a base64 value itself: the source's stored size less that byte.
 int insertLength(const Node& node) {
@@ -33,7 +36,10 @@ bool CopyAssistant::ascertain(int& tag, int& type, int& ns) {
         const Internal::CharArray name = m_sourceMap.findIDC(ns);
         if (name.empty()) return true;
         ns = target.findStr(name, &QKLDefaultMap::findNS, QKLProtocolIDMap::NAMESPACE);
-        if (ns == 0) return true;
+        // The target's name index holds every kind together: a name it already
+        // knows as an element comes back with its (negative) element ID, which
+        // the 16-bit field would turn into another namespace.
+        if (ns <= 0 || ns > LAST_SHORT_ID) return true;
     }
     if (type < TYPE_FIRST_COMPLEX) return false;
     const Internal::CharArray name = m_sourceMap.findTypeIDC(type);
@@ -41,7 +47,8 @@ bool CopyAssistant::ascertain(int& tag, int& type, int& ns) {
     // findStr never consults the type vocabulary, so a default type is looked up first.
     type = QKLDefaultMap::findType(name);
     if (type == 0) type = target.findStr(name, &QKLDefaultMap::findType, QKLProtocolIDMap::TYPE);
-    return type == 0;
+    // As for namespaces: an ID that is no 16-bit complex type cannot be written.
+    return type < int(TYPE_FIRST_COMPLEX) || type > LAST_SHORT_ID;
 }
 
 bool CopyAssistant::insertNode(const Format::node_range& range, BinaryPath& path, bool withPayload) {
@@ -51,7 +58,11 @@ bool CopyAssistant::insertNode(const Format::node_range& range, BinaryPath& path
     const char* payload = withPayload ? source.data() : nullptr;
     const int length = withPayload ? insertLength(source) : 0;
     if (m_target.insert(path, tag, type, payload, length, false) != 0) return true;
-    Node(m_target.arena(), path.current().offset).setNs(static_cast<unsigned short>(ns));
+    Node copied(m_target.arena(), path.current().offset);
+    copied.setNs(static_cast<unsigned short>(ns));
+    // insert wrote a zero as the last byte of a base64 value; the source's own
+    // last byte is kept, as every payload byte is. Same data size, same node size.
+    if (withPayload && type == TYPE_BASE64) copied.setData(payload, source.dataSize(), false);
     return false;
 }
 
@@ -123,6 +134,7 @@ int QKLBinaryInternals::copy(char* source, const BinaryPath& from, QKLProtocolID
     const QKLBinaryInternals* origin = sourceMap.document();
     QKL_ASSERT(source != nullptr && origin != nullptr && origin->buffer() == source);
     if (source == nullptr || origin == nullptr || origin->buffer() != source) return -1;
+    if (m_buffer == nullptr) return -1;  // no document to copy into yet
     // A copy within one document reads a snapshot: growing the target would move the source.
     std::vector<char> snapshot;
     const char* bytes = source;
@@ -131,17 +143,27 @@ int QKLBinaryInternals::copy(char* source, const BinaryPath& from, QKLProtocolID
         bytes = snapshot.data();
     }
     const binary::Format sourceDoc(binary::Arena::readOnlyView(bytes, origin->used()));
+    // A root whose size disagrees with the bytes held (the rule for adopting a
+    // document, Part 2.2) makes tree and map area overlap or leave a gap: a tree
+    // cut short, or map entries read as nodes, would be copied.
+    if (!sourceDoc || sourceDoc.size(binary::MAP_MSG_VERSION) != origin->used()) return -1;
     binary::Format::node_range range = sourceDoc.root();
     if (!from.empty()) {
+        // A named node that is not there is a failure, not an empty copy; the
+        // header and the map area are not in the tree.
         const unsigned int at = from.current().offset;
-        range = binary::Format::node_range{sourceDoc.arena(), at, sourceDoc.arena().size()};
-        range.end = range.valid() ? at + unsigned(range.node().size()) : at;
+        if (at < binary::HEADER_SIZE) return -1;
+        range = binary::Format::node_range{sourceDoc.arena(), at, sourceDoc.beyond(binary::HEADER_SIZE)};
+        if (!range.valid()) return -1;
+        range.end = at + unsigned(range.node().size());
     }
     if (range.empty()) return 0;
     if (!range.subtreeValid()) return -1;
     binary::CopyAssistant assistant(sourceMap, *this);
-    // Node sizes may differ when the source's size rule is older than ours.
-    return sourceDoc.version() < format().version() ? assistant.deep(range, to) : assistant.shallow(range, to);
+    // Node sizes differ between the size rules of two format versions. The Part
+    // rebuilds when the source is older; a newer source into an older (legacy)
+    // target would equally be read with the wrong sizes, so it is rebuilt too.
+    return sourceDoc.version() != format().version() ? assistant.deep(range, to) : assistant.shallow(range, to);
 }
 
 }  // namespace QKL

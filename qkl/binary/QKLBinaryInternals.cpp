@@ -18,18 +18,25 @@ const unsigned int FIRST_COMPLEX_TYPE_ID = 101;
 const std::uint32_t PLAIN_CONTAINER_WORD = binary::TYPE_CONTAINER;
 
 // 1 when the stored value keeps a terminating zero byte (Part 2.2 insert step 2).
-int extraByte(int type, bool terminate) { return terminate || type == binary::TYPE_BASE64 ? 1 : 0; }
+// Never for a container, whose data size must stay a sum of node sizes.
+int extraByte(int type, bool terminate) {
+    if (binary::isContainer(static_cast<unsigned short>(type))) return 0;
+    return terminate || type == binary::TYPE_BASE64 ? 1 : 0;
+}
 
 }  // namespace
 
 QKLBinaryInternals::QKLBinaryInternals() : m_buffer(nullptr), m_changes(0), m_capacity(0), m_used(0), m_idMap(this) {}
 
 QKLBinaryInternals::QKLBinaryInternals(const QKLBinaryInternals* source)
-    : m_buffer(nullptr), m_changes(source->m_changes + 1), m_capacity(0), m_used(0), m_idMap(source->m_idMap) {
+    : m_buffer(nullptr), m_changes(0), m_capacity(0), m_used(0), m_idMap(source->m_idMap) {
     m_idMap.setDoc(this);
-    if (source->m_buffer == nullptr || expand(int(source->m_used), true) == nullptr) return;
-    std::memcpy(m_buffer, source->m_buffer, source->m_used);
-    m_used = source->m_used;
+    if (source->m_buffer != nullptr && expand(int(source->m_used), true) != nullptr) {
+        std::memcpy(m_buffer, source->m_buffer, source->m_used);
+        m_used = source->m_used;
+    }
+    // Set last: the growth above bumps the counter, and the copy's counter is the source's + 1.
+    m_changes = source->m_changes + 1;
 }
 
 QKLBinaryInternals::~QKLBinaryInternals() { std::free(m_buffer); }
@@ -79,24 +86,28 @@ char* QKLBinaryInternals::copy(const char* bytes, int length) {
     std::memcpy(m_buffer, bytes, size_t(length));
     m_used = unsigned(length);
     m_idMap.reset();
+    ++m_changes;  // a different document: every offset held elsewhere is stale
     return m_buffer;
 }
 
 // ---- node primitives ---------------------------------------------------------------------------
 
-void QKLBinaryInternals::bumpIfBehindMoved(std::uint32_t changesBefore, unsigned int nodeEnd) {
-    // Growth bumped the counter already; otherwise bytes behind the node moved
-    // unless the node ends the tree.
-    if (m_changes == changesBefore && nodeEnd != format().beyond(binary::HEADER_SIZE)) ++m_changes;
+void QKLBinaryInternals::bumpIfTreeMoved(std::uint32_t changesBefore, unsigned int movedFrom, unsigned int treeEnd) {
+    // Growth bumped the counter already. Otherwise tree bytes moved unless the edit
+    // began at the tree's end (appending to the last node moves only the map area).
+    // treeEnd is taken before the edit: alloc and realloc leave the ancestors'
+    // sizes to the caller, so the root's size is stale right after it.
+    if (m_changes == changesBefore && movedFrom < treeEnd) ++m_changes;
 }
 
 unsigned int QKLBinaryInternals::alloc(unsigned int dataSize, int type, unsigned int at) {
     const std::uint64_t size = format().calculate(static_cast<unsigned short>(type), dataSize);
     const std::uint32_t changesBefore = m_changes;
     if (size > INT_MAX || expand(int(size), false) == nullptr) return 0;
+    const unsigned int treeEnd = format().beyond(binary::HEADER_SIZE);
     if (format().insert(at, dataSize, static_cast<unsigned short>(type)).empty()) return 0;
     m_used += unsigned(size);
-    bumpIfBehindMoved(changesBefore, at + unsigned(size));
+    bumpIfTreeMoved(changesBefore, at, treeEnd);
     return unsigned(size);
 }
 
@@ -116,9 +127,10 @@ int QKLBinaryInternals::realloc(unsigned int dataSize, int type, unsigned int at
     delta = int(std::int64_t(newSize) - std::int64_t(oldSize));
     const std::uint32_t changesBefore = m_changes;
     if (delta > 0 && expand(delta, false) == nullptr) return -1;
+    const unsigned int treeEnd = format().beyond(binary::HEADER_SIZE);
     if (format().resize(at, dataSize, static_cast<unsigned short>(type)).empty()) return -1;
     m_used += unsigned(delta);
-    if (delta != 0) bumpIfBehindMoved(changesBefore, at + unsigned(newSize));
+    if (delta != 0) bumpIfTreeMoved(changesBefore, at + unsigned(oldSize), treeEnd);
     return 0;
 }
 
@@ -158,7 +170,8 @@ unsigned int QKLBinaryInternals::getInsertOffset(const BinaryPath& path) {
 
 int QKLBinaryInternals::insert(BinaryPath& path, int tag, int type, const void* data, int length,
                                bool terminate) {
-    if (length < 0) return -1;
+    // Above the root only a first root may go: a second one would land in the map area.
+    if (length < 0 || (path.empty() && !format().empty())) return -1;
     const unsigned int at = getInsertOffset(path);
     if (at == 0) return -1;
     const int extra = extraByte(type, terminate);
@@ -226,10 +239,14 @@ int QKLBinaryInternals::setComplexType(BinaryPath& path, int typeID) {
 }
 
 int QKLBinaryInternals::add2map(unsigned int id, unsigned short kind, const char* name, unsigned int length) {
-    if (length == UINT_MAX || allocInMap(length + 1, kind) == 0) return -1;
+    // Without a buffer there is no document, and growth would make one with no header.
+    if (m_buffer == nullptr || length == UINT_MAX || allocInMap(length + 1, kind) == 0) return -1;
     Format document = format();
     Node entry(document.arena(), document.map().offset());
     entry.setTag(int(id));
+    // The gap holds stale bytes (growth does not zero, edits leave old nodes behind
+    // the document), and a nonzero ns makes the whole map area unreadable (Part 2.1).
+    entry.setNs(0);
     entry.setData(name, length + 1, true);
     return 0;
 }

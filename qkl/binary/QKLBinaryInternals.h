@@ -82,7 +82,7 @@ public:
 
 private:
     void setVersionFrom(int tag, const void* data, int length);
-    void bumpIfBehindMoved(std::uint32_t changesBefore, unsigned int nodeEnd);
+    void bumpIfTreeMoved(std::uint32_t changesBefore, unsigned int movedFrom, unsigned int treeEnd);
 
     char* m_buffer;
     std::uint32_t m_changes;

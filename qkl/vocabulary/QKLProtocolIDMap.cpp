@@ -165,17 +165,26 @@ int QKLProtocolIDMap::decodeEntries(const char* area, unsigned long size) const 
         return -1;
     }
     const bool fresh = m_elements.empty();
-    MapWalk walk = own ? ownMap(*m_doc)
-                       : MapWalk(binary::Arena::readOnlyView(area, unsigned(size)), 0, unsigned(size),
-                                 binary::FORMAT_VERSION);
-    for (; !walk.done(); walk.next()) {
+    const MapWalk start = own ? ownMap(*m_doc)
+                              : MapWalk(binary::Arena::readOnlyView(area, unsigned(size)), 0, unsigned(size),
+                                        binary::FORMAT_VERSION);
+    // "One malformed entry makes the whole map area invalid": check the whole
+    // area before recording anything, or the entries in front of the bad one
+    // would stay decoded and the next validate() would take the map as good.
+    MapWalk check = start;
+    while (!check.done()) check.next();
+    if (!check.valid()) return -1;
+    // The document's own entries are in the document already: writing them
+    // back would duplicate them, and would move the buffer under the walk.
+    const bool write = !fresh && !own;
+    for (MapWalk walk = start; !walk.done(); walk.next()) {
         const binary::Node entry = walk.entry();
         const int kind = entry.type();
         CharArrayEx name = own ? CharArrayEx(m_doc, entry) : CharArrayEx(entry);
-        record(name, entry.tag(), kind, !fresh);
+        record(name, entry.tag(), kind, write);
         if (fresh) keepCounterBelow(entry.tag(), kind);
     }
-    return walk.valid() ? 0 : -1;
+    return 0;
 }
 
 void QKLProtocolIDMap::keepCounterBelow(int tag, int kind) const {
@@ -264,9 +273,10 @@ int QKLProtocolIDMap::findStrC(const CharArray& name, DefaultLookup) const {
 int QKLProtocolIDMap::findStr(const CharArray& name, DefaultLookup, IDType kind) {
     if (validate() != 0) return 0;
     int id = doFind(name);
-    if (id == 0) id = vocabularyID(name);
+    if (id != 0) return id;  // known to this map already: nothing to record
+    id = vocabularyID(name);
     if (id != 0) {
-        // Deliberate: a known name is recorded too (a no-op when its ID is mapped already).
+        // Deliberate: a vocabulary name is recorded too, under its vocabulary ID.
         record(CharArrayEx(name), id, kind, true);
         return id;
     }
