@@ -123,8 +123,15 @@ public:
     // Bounds-checked spans, silent: [offset, offset + length) inside the view,
     // computed without overflow; null when not (or when the view is unset or, for
     // writeSpan, read-only). A zero-length span at offset == size is valid.
-    const char* readSpan(unsigned int offset, std::uint64_t length) const;
-    char* writeSpan(unsigned int offset, std::uint64_t length) const;
+    // Inline: every field access of every node goes through one of these.
+    const char* readSpan(unsigned int offset, std::uint64_t length) const {
+        if (m_data == nullptr || std::uint64_t(offset) + length > m_size) return nullptr;
+        return m_data + offset;
+    }
+    char* writeSpan(unsigned int offset, std::uint64_t length) const {
+        if (m_buffer == nullptr || std::uint64_t(offset) + length > m_size) return nullptr;
+        return m_buffer + offset;
+    }
 
 private:
     const char* m_data;

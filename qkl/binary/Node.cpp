@@ -61,16 +61,6 @@ char* Arena::buffer(unsigned int offset) const {
     return m_buffer != nullptr && offset < m_size ? m_buffer + offset : nullptr;
 }
 
-const char* Arena::readSpan(unsigned int offset, std::uint64_t length) const {
-    if (m_data == nullptr || std::uint64_t(offset) + length > m_size) return nullptr;
-    return m_data + offset;
-}
-
-char* Arena::writeSpan(unsigned int offset, std::uint64_t length) const {
-    if (m_buffer == nullptr || std::uint64_t(offset) + length > m_size) return nullptr;
-    return m_buffer + offset;
-}
-
 // ---- Node -------------------------------------------------------------------------------
 
 int Node::tag() const { return readField<std::int32_t>(m_arena, m_at, TAG_OFFSET); }
