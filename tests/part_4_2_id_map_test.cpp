@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
+
 #include <cstdint>
 #include <cstring>
 #include <map>
@@ -388,6 +390,17 @@ TEST(Part42Decode, LazyDecodeHappensOnceAndRebuildsTheCounter) {
     EXPECT_EQ(-537, mixed.idMap().nextID());  // 65000 is -536; a negative namespace tag is ignored
     EXPECT_EQ("t", str(mixed.idMap().findTypeIDC(65000)));
     EXPECT_EQ("n", str(mixed.idMap().findIDC(-10)));
+}
+
+// Found by fuzz/fuzz_document.cpp: a received entry with the lowest element ID
+// used to overflow the counter ("next ID = tag - 1").
+TEST(Part42Decode, EntryWithTheLowestIDLeavesNoNewIDsInsteadOfOverflowing) {
+    QKLBinaryInternals doc;
+    ASSERT_TRUE(adopt(doc, rawDocument(rawArea({{INT_MIN, 0, "lowest"}}))));
+    EXPECT_EQ(0, doc.idMap().validate());
+    EXPECT_EQ("lowest", str(doc.idMap().findIDC(INT_MIN)));
+    EXPECT_EQ(0, findStr(doc, "one_more"));  // no ID left to give
+    EXPECT_EQ(1398, findStr(doc, "packet"));  // vocabulary names still resolve
 }
 
 TEST(Part42Decode, ForeignAreaFreshIsNotWrittenLaterIsWrittenToTheDocument) {

@@ -1,5 +1,6 @@
 #include "qkl/vocabulary/QKLProtocolIDMap.h"
 
+#include <climits>
 #include <cstring>
 #include <string>
 
@@ -19,6 +20,8 @@ namespace {
 
 // IDs up to this one (compared unsigned) name neither elements nor namespaces.
 const unsigned int LAST_NON_NAME_ID = 200;
+// The counter's value once every negative ID is spent (it counts down from -2, so never 0 otherwise).
+const int EXHAUSTED = 0;
 // Namespace and type IDs live in 16-bit node fields.
 const int SHORT_ID_SIGN = 32768;
 
@@ -194,7 +197,7 @@ void QKLProtocolIDMap::keepCounterBelow(int tag, int kind) const {
     } else if (tag >= 0) {
         return;
     }
-    if (m_nextID >= tag) m_nextID = tag - 1;
+    if (m_nextID >= tag) m_nextID = tag == INT_MIN ? EXHAUSTED : tag - 1;
 }
 
 // ---- recording ---------------------------------------------------------------------------------
@@ -280,8 +283,10 @@ int QKLProtocolIDMap::findStr(const CharArray& name, DefaultLookup, IDType kind)
         record(CharArrayEx(name), id, kind, true);
         return id;
     }
+    // A received map area may have used the lowest ID already: then no new name gets one.
+    if (m_nextID == EXHAUSTED) return 0;
     const int fresh = kind == ELEMENT ? m_nextID : int(static_cast<unsigned short>(m_nextID & 0xFFFF));
-    --m_nextID;
+    m_nextID = m_nextID == INT_MIN ? EXHAUSTED : m_nextID - 1;
     return record(CharArrayEx(name), fresh, kind, true);
 }
 
