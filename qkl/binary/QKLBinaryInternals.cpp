@@ -100,20 +100,24 @@ void QKLBinaryInternals::bumpIfTreeMoved(std::uint32_t changesBefore, unsigned i
     if (m_changes == changesBefore && movedFrom < treeEnd) ++m_changes;
 }
 
-unsigned int QKLBinaryInternals::alloc(unsigned int dataSize, int type, unsigned int at) {
+unsigned int QKLBinaryInternals::growForNode(unsigned int dataSize, int type) {
     const std::uint64_t size = format().calculate(static_cast<unsigned short>(type), dataSize);
+    return size > INT_MAX || expand(int(size), false) == nullptr ? 0 : unsigned(size);
+}
+
+unsigned int QKLBinaryInternals::alloc(unsigned int dataSize, int type, unsigned int at) {
     const std::uint32_t changesBefore = m_changes;
-    if (size > INT_MAX || expand(int(size), false) == nullptr) return 0;
+    const unsigned int size = growForNode(dataSize, type);
+    if (size == 0) return 0;
     const unsigned int treeEnd = format().beyond(binary::HEADER_SIZE);
     if (format().insert(at, dataSize, static_cast<unsigned short>(type)).empty()) return 0;
-    m_used += unsigned(size);
+    m_used += size;
     bumpIfTreeMoved(changesBefore, at, treeEnd);
-    return unsigned(size);
+    return size;
 }
 
 unsigned int QKLBinaryInternals::allocInMap(unsigned int dataSize, int kind) {
-    const std::uint64_t size = format().calculate(static_cast<unsigned short>(kind), dataSize);
-    if (size > INT_MAX || expand(int(size), false) == nullptr) return 0;
+    if (growForNode(dataSize, kind) == 0) return 0;
     Format document = format();
     const unsigned int inserted = document.map().insert(dataSize, static_cast<unsigned short>(kind));
     m_used += inserted;

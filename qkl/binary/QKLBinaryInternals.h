@@ -81,6 +81,8 @@ public:
     static int foldVersion(const char* text, unsigned int length);
 
 private:
+    // Grows the buffer for a node of this type and data size; its size, or 0 on failure.
+    unsigned int growForNode(unsigned int dataSize, int type);
     void setVersionFrom(int tag, const void* data, int length);
     void bumpIfTreeMoved(std::uint32_t changesBefore, unsigned int movedFrom, unsigned int treeEnd);
 

@@ -1,7 +1,6 @@
 #include "qkl/vocabulary/QKLProtocolIDMap.h"
 
 #include <climits>
-#include <cstring>
 #include <string>
 
 #include "qkl/binary/Format.h"
@@ -149,10 +148,7 @@ void QKLProtocolIDMap::str2IDMapCheckCopyOnWrite() const {
 int QKLProtocolIDMap::validate() const {
     if (!m_elements.empty()) return 0;
     if (m_doc == nullptr || m_doc->buffer() == nullptr) return 0;
-    if (m_doc->used() < binary::HEADER_SIZE) return 0;
-    std::uint32_t flags;
-    std::memcpy(&flags, m_doc->buffer() + binary::FLAGS_OFFSET, sizeof flags);
-    if (((flags >> binary::MAP_LENGTH_SHIFT) & binary::MAP_LENGTH_MASK) == 0) return 0;
+    if (m_doc->used() < binary::HEADER_SIZE || m_doc->format().map().size() == 0) return 0;
     return decodeEntries(nullptr, 0);
 }
 
