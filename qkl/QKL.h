@@ -19,9 +19,14 @@
 #include "qkl/binary/BinaryPath.h"
 #include "qkl/binary/CopyAssistant.h"
 #include "qkl/binary/Format.h"
+#include "qkl/binary/QKLBinary.h"
 #include "qkl/binary/QKLBinaryInternals.h"
+#include "qkl/binary/QKLBinaryIterator.h"
 
 // Subsystem 1: the message model.
+#include "qkl/message/QKLMessage.h"
+#include "qkl/message/QKLMessageIterator.h"
+#include "qkl/message/QKLMsgFactory.h"
 #include "qkl/message/QKLSessionID.h"
 
 #endif

@@ -107,6 +107,15 @@ bool Format::map_type::entryValid(unsigned int at) const {
     return mapEntryValid(m_format->m_arena, at, offset(), areaEnd, m_format->version());
 }
 
+bool Format::map_type::valid() const {
+    const std::uint64_t end = std::uint64_t(offset()) + size();
+    // entryValid keeps each entry inside [offset(), end), so every step lands at or before end.
+    for (std::uint64_t at = offset(); at < end; at += Node(m_format->m_arena, unsigned(at)).size()) {
+        if (!entryValid(unsigned(at))) return false;
+    }
+    return true;
+}
+
 // ---- duplicate ---------------------------------------------------------------------------
 
 int Format::duplicate(unsigned int at, Arena& target, unsigned int msgVersion) const {
