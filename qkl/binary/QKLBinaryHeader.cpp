@@ -43,23 +43,39 @@ int QKLBinary::headerAttributeID(const std::string& name) {
 namespace {
 
 // Counted (newIterator), so that other iterators of the message re-check their
-// paths after a header write (the stamp rule of Part 3.1).
+// paths after a header write (the stamp rule of Part 3.1). Null when the message
+// holds no document with a root: header access then fails without assertions.
 std::unique_ptr<QKLBinaryIterator> rootIterator(const QKLBinary& message) {
+    const QKLBinaryInternals* document = message.internals();
+    if (document == nullptr || document->buffer() == nullptr || document->format().empty()) return nullptr;
     return std::unique_ptr<QKLBinaryIterator>(
         static_cast<QKLBinaryIterator*>(const_cast<QKLBinary&>(message).newIterator()));
 }
 
-int status(int writeResult) { return writeResult == 0 ? 0 : -1; }
+// f(root iterator), or -1 without a root; a write's 1 becomes -1.
+template <class Access>
+int onRoot(const QKLBinary& message, Access access) {
+    const std::unique_ptr<QKLBinaryIterator> root = rootIterator(message);
+    return root && access(*root) == 0 ? 0 : -1;
+}
 
 }  // namespace
 
-int QKLBinary::readAttribute(std::string& text, int id) const { return rootIterator(*this)->getAttr(text, id); }
+int QKLBinary::readAttribute(std::string& text, int id) const {
+    return onRoot(*this, [&](const QKLBinaryIterator& root) { return root.getAttr(text, id); });
+}
 
-int QKLBinary::readAttribute(int& value, int id) const { return rootIterator(*this)->getAttr(value, id); }
+int QKLBinary::readAttribute(int& value, int id) const {
+    return onRoot(*this, [&](const QKLBinaryIterator& root) { return root.getAttr(value, id); });
+}
 
-int QKLBinary::writeAttribute(const std::string& text, int id) { return status(rootIterator(*this)->putAttr(text, id)); }
+int QKLBinary::writeAttribute(const std::string& text, int id) {
+    return onRoot(*this, [&](QKLBinaryIterator& root) { return root.putAttr(text, id); });
+}
 
-int QKLBinary::writeAttribute(int value, int id) { return status(rootIterator(*this)->putAttr(value, id)); }
+int QKLBinary::writeAttribute(int value, int id) {
+    return onRoot(*this, [&](QKLBinaryIterator& root) { return root.putAttr(value, id); });
+}
 
 int QKLBinary::readOnOff(int& value, int id) const {
     std::string text;
@@ -89,9 +105,13 @@ int QKLBinary::setVersion(int version) {
     return 0;
 }
 
-int QKLBinary::getTime(long& time) const { return rootIterator(*this)->getAttrTime(time, TIME_ATTRIBUTE); }
+int QKLBinary::getTime(long& time) const {
+    return onRoot(*this, [&](const QKLBinaryIterator& root) { return root.getAttrTime(time, TIME_ATTRIBUTE); });
+}
 
-int QKLBinary::setTime(long time) { return status(rootIterator(*this)->putAttrTime(time, TIME_ATTRIBUTE)); }
+int QKLBinary::setTime(long time) {
+    return onRoot(*this, [&](QKLBinaryIterator& root) { return root.putAttrTime(time, TIME_ATTRIBUTE); });
+}
 
 int QKLBinary::getProgress(int& progress) const { return readOnOff(progress, PROGRESS_ATTRIBUTE); }
 
@@ -171,7 +191,8 @@ int QKLBinary::setSession(const std::string& session) {
 
 int QKLBinary::saveChanges() const {
     if (!m_id.changed && !m_session.changed && !m_uid.changed) return 0;
-    std::unique_ptr<QKLBinaryIterator> root = rootIterator(*this);
+    const std::unique_ptr<QKLBinaryIterator> root = rootIterator(*this);
+    if (!root) return -1;
     // A dropped cache has nothing to write; an id marked not-to-save stays cached.
     const auto write = [&root](Attribute<std::string>& cache, int id) {
         if (!cache.changed) return 0;

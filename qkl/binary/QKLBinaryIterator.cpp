@@ -21,7 +21,7 @@ QKLBinaryIterator::QKLBinaryIterator(QKLBinary* message)
     if (document == nullptr) return;
     m_stamp = document->changeCounter();
     if (document->buffer() != nullptr && !document->format().empty()) {
-        m_path.push(Format::node_range{document->arena(), binary::HEADER_SIZE, 0}.node().tag(), binary::HEADER_SIZE);
+        m_path.push(document->format().root().node().tag(), binary::HEADER_SIZE);
     }
 }
 
@@ -249,13 +249,15 @@ int QKLBinaryIterator::parseUnknown() const {
         if (node.empty() || !node.node().isContainer()) return -1;
         const Format::node_range embedded = findChild(0, false);
         if (embedded.empty()) return 0;
-        QKLBinary content;
+        // A message is released through destroy(), never by its destructor alone.
+        auto_destroy<QKLBinary> content(new QKLBinary());
         const binary::Node opaque = embedded.node();
-        if (opaque.type() != binary::TYPE_XML || content.deserialize(opaque.data(), int(opaque.dataSize()), nullptr) != 0) {
+        if (opaque.type() != binary::TYPE_XML ||
+            content->deserialize(opaque.data(), int(opaque.dataSize()), nullptr) != 0) {
             // The node stays as it is, unless the policy makes that a failure.
             return (m_policy & EMBEDDED_MUST_PARSE) ? -1 : 0;
         }
-        if (replaceEmbedded(embedded.begin, content) != 0) return -1;
+        if (replaceEmbedded(embedded.begin, *content) != 0) return -1;
     }
 }
 

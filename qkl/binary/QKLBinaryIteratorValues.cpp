@@ -47,6 +47,14 @@ int scanText(const Node& node, const char* format, T& value) {
     return std::sscanf(textOf(node).c_str(), format, &value) - 1;
 }
 
+// A container, or an empty plain element that the internals turn into one
+// (Part 2.2 getInsertOffset); an element with a value must be emptied first.
+bool canHoldChildren(const binary::Format::node_range& range) {
+    if (range.empty()) return false;
+    const Node node = range.node();
+    return node.isContainer() || (node.type() == binary::TYPE_ELEMENT && node.dataSize() == 0);
+}
+
 }  // namespace
 
 // ---- the primitive write -------------------------------------------------------------------------
@@ -55,8 +63,14 @@ bool QKLBinaryIterator::put(int id, unsigned short type, const void* data, unsig
     if (validateInternals() != 0 || len > unsigned(INT_MAX)) return true;
     QKLBinaryInternals* document = internals();
     const unsigned int depth = m_path.depth();
-    const int result = seek(id) == 0 ? document->setContent(m_path, type, data, int(len), text)
-                                     : document->insert(m_path, id, type, data, int(len), text);
+    int result;
+    if (seek(id) == 0) {
+        result = document->setContent(m_path, type, data, int(len), text);
+    } else if (id != 0 && canHoldChildren(current())) {
+        result = document->insert(m_path, id, type, data, int(len), text);
+    } else {
+        return true;  // the current element is unreachable, or holds a value
+    }
     // Back to the starting element, also after an insert that failed once placed.
     while (m_path.depth() > depth) m_path.pop();
     return result != 0;

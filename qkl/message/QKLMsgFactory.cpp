@@ -13,8 +13,11 @@ QKLRefCounter::~QKLRefCounter() {}
 QKLMsgFactory::~QKLMsgFactory() {}
 
 QKLMsgVocabulary& getMsgVocabulary() {
-    static QKLMsgVocabulary registry;
-    return registry;
+    // Registered factories live until the process ends (they are pinned), so the
+    // registry that holds them is never destroyed either: it stays usable from
+    // static destructors, and the pinned factories stay reachable, not leaked.
+    static QKLMsgVocabulary* const registry = new QKLMsgVocabulary;
+    return *registry;
 }
 
 QKLMessage* QKLMsgFactory::newMessage(const char* buf, int len) {

@@ -65,7 +65,7 @@ public:
 
 typedef std::map<std::string, boost::intrusive_ptr<QKLMsgFactory> > QKLMsgVocabulary;
 
-// The registry, created on first use.
+// The registry, created on first use and, like the factories it pins, never destroyed.
 QKLMsgVocabulary& getMsgVocabulary();
 
 // The factory of protocol class P (QKLBinary): P supplies MessageType,
