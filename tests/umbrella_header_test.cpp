@@ -23,4 +23,12 @@ TEST(UmbrellaHeader, ReachesEveryPublicHeader) {
     QKL::QKLLookASide<int> allocator;
     int* p = allocator.allocate(1);
     allocator.deallocate(p, 1);
+    // The message model (issue 4).
+    QKL::auto_destroy<QKL::QKLMessage> message(QKL::QKLMsgFactory::createNew());
+    ASSERT_TRUE(message);
+    EXPECT_EQ(message->create("packet"), 0);
+    EXPECT_STREQ(message->messageType(), QKL::QKLBinary::MessageType);
+    QKL::QKLBinaryIterator root(static_cast<QKL::QKLBinary*>(message.get()));
+    EXPECT_EQ(root.curID(), 1398);
+    EXPECT_TRUE(QKL::getMsgVocabulary().count("QKLBinary"));
 }
