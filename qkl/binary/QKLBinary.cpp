@@ -83,8 +83,8 @@ int QKLBinary::init(const char* buf, int len) { return deserialize(buf, len, nul
 int QKLBinary::deserialize(const char* buf, int len, QKLMessageIterator* to) {
     const int complete = isComplete(buf, len);
     if (complete <= 0) return -1;
-    // Text (Part 5.2) comes with the XML reader; until then it is refused.
-    if (complete < int(binary::HEADER_SIZE) || !isOfTheKind(buf)) return -1;
+    // Anything but a binary document is XML text, ended by the zero byte that isComplete found.
+    if (complete < int(binary::HEADER_SIZE) || !isOfTheKind(buf)) return fromText(buf, to);
     if (!receivable(buf, complete)) return -1;
     if (to == nullptr) return adopt(buf, complete);
     const QKLBinaryIterator* at = ownIterator(to);
@@ -136,8 +136,14 @@ const QKLBinaryIterator* QKLBinary::ownIterator(const QKLMessageIterator* at) co
 int QKLBinary::serialize(char** buf, int* len, const QKLMessageIterator* from, int peerVersion) const {
     if (buf == nullptr || len == nullptr || m_internals == nullptr || m_internals->buffer() == nullptr) return -1;
     const int version = std::min(m_internals->messageVersion(), peerVersion);
-    // A peer below 40000 reads XML text (Part 5.1), which comes with the XML writer.
-    if (version < int(binary::MAP_MSG_VERSION)) return -1;
+    // A peer below 40000 reads XML text (Part 5.1), with its zero byte, as isComplete frames it.
+    if (version < int(binary::MAP_MSG_VERSION)) {
+        char* text = toText(from, std::string(), version);
+        if (text == nullptr) return -1;
+        *buf = text;
+        *len = int(std::strlen(text)) + 1;
+        return 0;
+    }
     const Format document = m_internals->format();
     if (document.empty()) return -1;
     unsigned int node = binary::HEADER_SIZE;
@@ -175,15 +181,6 @@ int QKLBinary::serialize(char* buf, unsigned long* len, const QKLMessageIterator
     if (document.duplicate(node, target, binary::MAP_MSG_VERSION) != 0) return -1;
     *len = target.size();
     return 0;
-}
-
-char* QKLBinary::toText(const QKLMessageIterator*, const std::string&, int) const {
-    // The XML writer (Part 5.1) is not built yet: no text form.
-    return nullptr;
-}
-
-char* QKLBinary::toText(const QKLMessageIterator* from, const std::string& unused) const {
-    return toText(from, unused, QKLMessageIterator::TEXT_FLAGS);
 }
 
 // ---- sharing the document -----------------------------------------------------------------------

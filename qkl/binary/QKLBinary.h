@@ -13,10 +13,13 @@
 #ifndef QKL_BINARY_QKLBINARY_H
 #define QKL_BINARY_QKLBINARY_H
 
+#include <map>
 #include <optional>
 #include <string>
 
+#include "qkl/binary/BinaryPath.h"
 #include "qkl/message/QKLMessage.h"
+#include "qkl/util/CharArray.h"
 
 namespace QKL {
 
@@ -68,6 +71,14 @@ public:
     // The ID 101-110 of a header attribute name, or 0.
     static int headerAttributeID(const std::string& name);
 
+    // The text form (Parts 5.1, 5.2): the deepest element nesting that the writer
+    // and the reader follow (both recurse once per level); deeper gives null / -1.
+    static constexpr int MAX_TEXT_DEPTH = 1000;
+    // The XML Schema instance namespace, declared as "xsi" by the writer.
+    static const char* const XmlSchemaInstance;
+    // Replaces "<", ">" and "&" (only those, deliberately) by their entities.
+    static std::string escape(const char* text);
+
     // The protocol's registry name, "QKLBinary".
     static constexpr char MessageType[] = "QKLBinary";
     // Class-wide policy flags, copied into each new message (Part 5.2 uses them).
@@ -93,7 +104,12 @@ public:
     int serialize(char* buf, unsigned long* len, const QKLMessageIterator* from) const override;
     int deserialize(const char* buf, int len, QKLMessageIterator* to) override;
     int deserialize(const QKLMessageIterator* from, QKLMessageIterator* to) override;
-    char* toText(const QKLMessageIterator* from, const std::string& unused, int flags) const override;
+    // The XML text form of the whole message, or of the subtree at `at` (Part 5.1):
+    // a malloc'ed, zero-ended buffer released with free(); null on failure.
+    char* toText(const QKLMessageIterator* at, const std::string& nsBase, int version) const override;
+    // Parses XML text into the whole message, or under `at` (Part 5.2); on a
+    // failure under an iterator the message is left as it was.
+    int fromText(const char* text, QKLMessageIterator* at) override;
     QKLMessage* newMessage() const override;
     QKLMessageIterator* newIterator() override;
     const QKLMessageIterator* newIterator() const override;
@@ -128,7 +144,9 @@ public:
     int releaseInternals() override;
     // ---- QKLBinary's own slots ----
     virtual int create(int rootID);
-    virtual char* toText(const QKLMessageIterator* from, const std::string& unused) const;
+    virtual char* toText(const QKLMessageIterator* at, const std::string& nsBase) const;
+    // The whole message's text for `version`, with its length (without the zero byte).
+    int toText(int version, char*& buffer, int& length) const;
 
     void resetHeaderData();
     void copyHeaderData(const QKLBinary& other);
@@ -149,6 +167,45 @@ private:
     int readOnOff(int& value, int id) const;
     int adopt(const char* bytes, int length);
     int adoptUnder(const char* bytes, int length, QKLBinaryIterator& at);
+
+    // ---- the XML text form: the choices the Parts leave open ----
+    // Writer (qkl/text/XmlWriter.cpp): a value is written as its stored text, escaped:
+    // types 0, 2, 6 the text up to its NUL; 1, 3, 4 intToStr / longlongToStr /
+    // doubleToStr; 5 (raw bytes) Base64::encode of the bytes less the terminating
+    // byte the internals keep, so that getValueBase64 of the text read back gives
+    // the same bytes; 51 as it stands. Header attribute values are written raw,
+    // since the reader keeps "the raw value text" (Part 5.2).
+    // Reader (qkl/text/XmlReader.cpp): elements are inserted as type 0 without a
+    // value; text content is stored as type 0 (setContent(path, 0, ...)). An
+    // element whose xsi:type resolves is made an empty container (type 50) before
+    // setComplexType, so complex types of elements with children survive a round
+    // trip; an element of a simple schema type whose content is text keeps only
+    // the text. An unprefixed "type" attribute is the header attribute 105 on
+    // every element; only a prefixed "...:type" is a candidate xsi:type. Ordinary
+    // attributes (e.g. soap:encodingStyle, an unprefixed xmlns) are accepted and
+    // dropped by attrFromText: the document keeps no attributes but 101-110.
+    // Header attributes read from text are stored as strings (type 2), as the
+    // header setters store them. Both recurse once per level: deeper than
+    // MAX_TEXT_DEPTH fails cleanly. The reader never reads past the text's zero
+    // byte, and a failed parse under an iterator leaves the message unchanged.
+
+    // ---- the XML writer (qkl/text/XmlWriter.cpp) ----
+    typedef std::map<std::string, std::string> PrefixMap;  // namespace URI -> "ns1", "ns2" ...
+    // Appends the element at node offset `at` and its subtree; negative on failure.
+    // Without a prefix map (legacy mode) no prefixes and no xsi:type are written.
+    int writeElement(std::string& out, unsigned int at, int level, int flags, PrefixMap* prefixes,
+                     const std::string& nsBase) const;
+
+    // ---- the XML reader (qkl/text/XmlReader.cpp) ----
+    typedef std::map<Internal::CharArray, int> NamespacePrefixes;  // prefix -> namespace ID
+    // Parses one element at `cursor` (advanced past it) under `path`; in skip mode
+    // it checks the syntax and stores nothing. -1 on failure; 1 when it meets the
+    // enclosing element's end tag ("</") instead of an element.
+    int fromText(const char*& cursor, BinaryPath& path, const NamespacePrefixes& prefixes, bool skip,
+                 int depth = 0);
+    int xmlTypeFromText(BinaryPath& path, const Internal::CharArray& attrPrefix, const Internal::CharArray& value,
+                        const Internal::CharArray& valuePrefix, const NamespacePrefixes& prefixes);
+    int attrFromText(BinaryPath& path, const Internal::CharArray& attribute);
 
     unsigned int m_policy;
     mutable Attribute<std::string> m_session;

@@ -39,6 +39,15 @@ bool numberOf(const Node& node, T& value) {
     return true;
 }
 
+// A stored 32-bit integer (type 1) widened into `value`; false for any other node.
+template <class T>
+bool storedInt(const Node& node, T& value) {
+    std::int32_t number = 0;
+    if (node.type() != binary::TYPE_INT || !numberOf(node, number)) return false;
+    value = number;
+    return true;
+}
+
 bool isText(unsigned short type) { return type == binary::TYPE_ELEMENT || type == binary::TYPE_STRING; }
 
 // sscanf's count minus one, deliberately passed on: 0 read, -1 no number, -2 empty text.
@@ -176,11 +185,7 @@ int QKLBinaryIterator::getAttr(std::string& value, int id) const {
 int QKLBinaryIterator::getValue(int& value, int id) const {
     return readValue(id, [&value](const Node& node) {
         if (node.dataSize() == 0) return -1;
-        std::int32_t number = 0;
-        if (node.type() == binary::TYPE_INT && numberOf(node, number)) {
-            value = number;
-            return 0;
-        }
+        if (storedInt(node, value)) return 0;
         if (!isText(node.type())) return -1;
         // Unchecked, as the Part says: "abc" gives 0.
         value = int(std::strtol(textOf(node).c_str(), nullptr, 10));
@@ -191,11 +196,7 @@ int QKLBinaryIterator::getValue(int& value, int id) const {
 int QKLBinaryIterator::getValueLongLong(long long& value, int id) const {
     return readValue(id, [&value](const Node& node) {
         if (node.dataSize() == 0) return -1;
-        std::int32_t number = 0;
-        if (node.type() == binary::TYPE_INT && numberOf(node, number)) {
-            value = number;
-            return 0;
-        }
+        if (storedInt(node, value)) return 0;
         if (node.type() == binary::TYPE_LONGLONG) return numberOf(node, value) ? 0 : -1;
         return isText(node.type()) ? scanText(node, "%lld", value) : -1;
     });

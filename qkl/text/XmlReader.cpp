@@ -1,0 +1,361 @@
+// The XML reader (Part 5.2): XML text into a QKLBinary document, the whole
+// message or the subtree under an iterator. The choices the Part leaves open
+// are listed in QKLBinary.h; the grammar is the Part's, token by token.
+//
+// Every parse goes into a fresh document first, so that a failure leaves the
+// message as it was: the whole-document form then adopts the parsed bytes,
+// the iterator form copies the parsed tree under the iterator (Part 2.3).
+//
+// The text is trusted to end with a zero byte and nothing else: every scan
+// stops at that byte, every look-ahead reads only behind a byte already known
+// not to be it, and the nesting is bounded by MAX_TEXT_DEPTH.
+#include <climits>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "qkl/binary/Format.h"
+#include "qkl/binary/QKLBinary.h"
+#include "qkl/binary/QKLBinaryInternals.h"
+#include "qkl/binary/QKLBinaryIterator.h"
+#include "qkl/text/XmlEntities.h"
+#include "qkl/vocabulary/QKLDefaultMap.h"
+
+namespace QKL {
+
+using Internal::CharArray;
+using binary::Node;
+
+namespace {
+
+// Policy bits of the message (Part 5.2): an unknown element is dropped instead
+// of being kept as an XML fragment; an unknown element fails the parse.
+const unsigned int DROP_UNKNOWN = 1;
+const unsigned int UNKNOWN_FAILS = 2;
+// The longest element name accepted.
+const unsigned int MAX_NAME_LENGTH = 250;
+// The recursive parser's result when it meets "</": the enclosing element's end tag.
+const int END_TAG = 1;
+// Namespace IDs live in a 16-bit node field.
+const int LAST_NAMESPACE_ID = 0xFFFF;
+
+const CharArray XMLNS("xmlns", 5);
+const CharArray TYPE_LOCAL_NAME("type", 4);
+
+bool isWhite(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+
+void skipWhite(const char*& cursor) {
+    while (isWhite(*cursor)) ++cursor;
+}
+
+bool endsElementName(char c) { return c == '>' || c == '/' || c == '\0' || isWhite(c); }
+
+// An attribute name ends at "=" (or the zero byte, a failure). A character that
+// cannot stand in a name means that the name has no "=": the Part's error.
+bool strayInAttributeName(char c) { return isWhite(c) || c == '<' || c == '>' || c == '/' || c == '"'; }
+
+// The part of `name` before / behind its first ":" (empty / all of it without one).
+CharArray prefixOf(const CharArray& name) {
+    const unsigned int colon = name.find(':');
+    return colon == CharArray::npos ? CharArray() : CharArray(name.ptr(), colon);
+}
+CharArray localOf(const CharArray& name) {
+    const unsigned int colon = name.find(':');
+    return colon == CharArray::npos ? name : CharArray(name.ptr() + colon + 1, name.length() - colon - 1);
+}
+
+// "</" name ">" at `at`. strncmp stops at the text's zero byte, and a match
+// means that every byte up to the ">" lies before it.
+bool isEndTag(const char* at, const CharArray& name) {
+    return at[0] == '<' && at[1] == '/' && std::strncmp(at + 2, name.ptr(), name.length()) == 0 &&
+           at[2 + name.length()] == '>';
+}
+
+const char* findEndTag(const char* from, const CharArray& name) {
+    const std::string tag = "</" + name.str() + ">";
+    return std::strstr(from, tag.c_str());
+}
+
+struct TextAttribute {
+    CharArray name;
+    CharArray value;
+};
+
+// name="value" at `cursor`, which ends behind the closing quote.
+int readTextAttribute(const char*& cursor, TextAttribute& attribute) {
+    const char* const name = cursor;
+    for (; *cursor != '=' && *cursor != '\0'; ++cursor) {
+        if (strayInAttributeName(*cursor)) return -1;
+    }
+    if (*cursor != '=' || cursor == name) return -1;
+    attribute.name = CharArray(name, unsigned(cursor - name));
+    if (*++cursor != '"') return -1;
+    const char* const value = ++cursor;
+    const char* const quote = std::strchr(value, '"');
+    if (quote == nullptr) return -1;
+    attribute.value = CharArray(value, unsigned(quote - value));
+    cursor = quote + 1;
+    return 0;
+}
+
+// findStrC without its scan of the map area. The reader only ever looks names
+// up in the fresh document it builds, whose every map entry went through
+// insertID and so stands in the name index: the scan could find nothing more,
+// and would make a text of n new names cost O(n^2).
+int knownElementID(const QKLProtocolIDMap& map, const CharArray& name) {
+    int id = map.doFind(name);
+    if (id == 0) id = getElemIdByStringDefault(name.ptr(), name.length());
+    if (id == 0) id = getNSIdByStringDefault(name.ptr(), name.length());
+    return id;
+}
+
+// Step 1 of the element: a known name; else the local part of a prefixed name,
+// found or assigned; else a new per-document ID. For a name without ":" that
+// is findStr: its look-ups are the ones just made, so what is left of it is
+// the Part's "counter, decremented, then insertID(name, id, 0, true)" (the
+// counter is not writable from outside the map). A prefixed name whose local
+// part is empty names nothing: 0, an unknown element.
+int elementID(QKLProtocolIDMap& map, const CharArray& name) {
+    const int id = knownElementID(map, name);
+    if (id != 0) return id;
+    const CharArray local = localOf(name);
+    if (local.empty()) return 0;
+    return map.findStr(local, &QKLDefaultMap::findElem, QKLProtocolIDMap::ELEMENT);
+}
+
+// The namespace ID of a declared URI; 0 for the empty URI (the prefix then names
+// no namespace); -1 when no 16-bit namespace ID can be had for it (the map's one
+// name index answers a URI that is already an element name with the element's ID).
+int namespaceID(QKLProtocolIDMap& map, const CharArray& uri) {
+    if (uri.empty()) return 0;
+    const int id = map.findStr(uri, &QKLDefaultMap::findNS, QKLProtocolIDMap::NAMESPACE);
+    return id > 0 && id <= LAST_NAMESPACE_ID ? id : -1;
+}
+
+// The namespace URI of a prefix in scope; empty when undeclared or declared empty.
+CharArray prefixURI(const QKLProtocolIDMap& map, const std::map<CharArray, int>& prefixes, const CharArray& prefix) {
+    const std::map<CharArray, int>::const_iterator found = prefixes.find(prefix);
+    return found == prefixes.end() || found->second == 0 ? CharArray() : map.findIDC(found->second);
+}
+
+// The element's payload: its text, unescaped, as a plain node (Part 5.2 step 5).
+int storeText(QKLBinaryInternals& document, BinaryPath& path, const char* begin, const char* end) {
+    std::string text(begin, end);
+    if (text.find('&') != std::string::npos && Internal::xmlUnescape(text) != 0) return -1;
+    if (text.size() > size_t(INT_MAX)) return -1;
+    if (Node(document.arena(), path.current().offset).isContainer()) {
+        // Only an xsi:type makes a container without children: a simple type's
+        // text is kept as text. Header attribute children cannot stand beside text.
+        if (Node(document.arena(), path.current().offset).dataSize() != 0) return -1;
+        if (document.setContent(path, binary::TYPE_ELEMENT, nullptr, 0, false) != 0) return -1;
+    }
+    return document.setContent(path, binary::TYPE_ELEMENT, text.data(), int(text.size()), true);
+}
+
+// Behind the root only white space, comments, declarations and processing
+// instructions may follow: another element or stray text is a malformed text.
+int readTrailer(const char* cursor) {
+    for (;;) {
+        skipWhite(cursor);
+        if (*cursor == '\0') return 0;
+        if (cursor[0] != '<' || (cursor[1] != '!' && cursor[1] != '?')) return -1;
+        cursor = std::strchr(cursor + 2, '>');
+        if (cursor == nullptr) return -1;
+        ++cursor;
+    }
+}
+
+// True when a node of the tree has tag 0 (a kept unknown element): the subtree
+// copy of Part 2.3 finds no name for it and would fail halfway through.
+bool holdsFragment(const QKLBinaryInternals& document) {
+    const binary::Format format = document.format();
+    const unsigned int end = format.beyond(binary::HEADER_SIZE);
+    for (unsigned int at = binary::HEADER_SIZE; at < end;) {
+        const Node node(format.arena(), at);
+        if (node.tag() == 0) return true;
+        at += node.isContainer() ? node.overhead() : unsigned(node.size());
+    }
+    return false;
+}
+
+}  // namespace
+
+// ---- the top level ----------------------------------------------------------------------------
+
+int QKLBinary::fromText(const char* text, QKLMessageIterator* at) {
+    if (text == nullptr || m_internals == nullptr) return -1;
+    const QKLBinaryIterator* under = nullptr;
+    if (at != nullptr) {
+        under = ownIterator(at);
+        // validateInternals makes a shared document private before it is written.
+        if (under == nullptr || under->validateInternals() != 0) return -1;
+        if (m_internals->buffer() == nullptr) return -1;  // no document to parse into
+    }
+    auto_destroy<QKLBinary> parsed(new QKLBinary());
+    parsed->m_policy = m_policy;
+    QKLBinaryInternals& document = *parsed->m_internals;
+    if (document.turnBlank() != 0) return -1;
+    BinaryPath path;
+    const char* cursor = text;
+    if (parsed->fromText(cursor, path, NamespacePrefixes(), false) != 0 || readTrailer(cursor) != 0) return -1;
+    if (document.format().empty()) return -1;
+    if (under == nullptr) return adopt(document.buffer(), int(document.used()));
+    if (holdsFragment(document)) return -1;
+    return m_internals->copy(document.buffer(), BinaryPath(), document.idMap(), under->path());
+}
+
+// ---- one element --------------------------------------------------------------------------------
+
+int QKLBinary::fromText(const char*& cursor, BinaryPath& path, const NamespacePrefixes& prefixes, bool skip,
+                        int depth) {
+    for (;;) {
+        skipWhite(cursor);
+        if (cursor[0] != '<') return -1;
+        if (cursor[1] == '/') return END_TAG;
+        if (cursor[1] != '!' && cursor[1] != '?') break;
+        // Deliberately simple: up to the next ">", whatever stands between.
+        cursor = std::strchr(cursor + 2, '>');
+        if (cursor == nullptr) return -1;
+        ++cursor;
+    }
+    if (depth >= MAX_TEXT_DEPTH || m_internals == nullptr) return -1;
+    const char* const start = cursor++;
+    const char* const nameStart = cursor;
+    while (!endsElementName(*cursor)) {
+        if (unsigned(cursor - nameStart) == MAX_NAME_LENGTH) return -1;
+        ++cursor;
+    }
+    const CharArray name(nameStart, unsigned(cursor - nameStart));
+    if (name.empty()) return -1;
+
+    const int id = skip ? 0 : elementID(m_internals->idMap(), name);
+    if (!skip && id == 0 && (m_policy & UNKNOWN_FAILS)) return -1;
+    const bool unknown = !skip && id == 0;
+    const bool store = !skip && !unknown;  // otherwise the syntax is checked and nothing stored
+    if (store && m_internals->insert(path, id, binary::TYPE_ELEMENT, nullptr, 0, false) != 0) return -1;
+
+    // The attributes, up to ">" or "/>".
+    std::optional<NamespacePrefixes> declared;  // a copy of `prefixes`, made on the first xmlns:p
+    const NamespacePrefixes* scope = &prefixes;
+    std::vector<TextAttribute> typeCandidates;
+    bool empty = false;
+    for (;;) {
+        skipWhite(cursor);
+        if (*cursor == '>') {
+            ++cursor;
+            break;
+        }
+        if (*cursor == '/') {
+            if (cursor[1] != '>') return -1;
+            cursor += 2;
+            empty = true;
+            break;
+        }
+        TextAttribute attribute;
+        if (readTextAttribute(cursor, attribute) != 0) return -1;
+        if (!store) continue;
+        const int header = headerAttributeID(attribute.name.str());
+        if (header != 0) {
+            // As the header setters store them: a string with its zero byte.
+            if (m_internals->insert(path, header, binary::TYPE_STRING, attribute.value.ptr(),
+                                    int(attribute.value.length()), true) != 0)
+                return -1;
+            path.pop();
+            continue;
+        }
+        const bool prefixed = attribute.name.find(':') != CharArray::npos;
+        const CharArray local = localOf(attribute.name);
+        if (prefixed && prefixOf(attribute.name) == XMLNS && !local.empty()) {
+            const int ns = namespaceID(m_internals->idMap(), attribute.value);
+            if (ns < 0) return -1;
+            if (!declared) declared.emplace(prefixes);
+            (*declared)[local] = ns;
+            scope = &*declared;
+        } else if (prefixed && local == TYPE_LOCAL_NAME) {
+            typeCandidates.push_back(attribute);
+        } else if (attrFromText(path, attribute.name) != 0) {
+            return -1;
+        }
+    }
+    if (store) {
+        for (const TextAttribute& type : typeCandidates) {
+            if (xmlTypeFromText(path, prefixOf(type.name), localOf(type.value), prefixOf(type.value), *scope) != 0)
+                return -1;
+        }
+        // After the type: a container with a namespace takes no complex type (Part 2.2).
+        const CharArray elementPrefix = prefixOf(name);
+        const NamespacePrefixes::const_iterator ns = scope->find(elementPrefix);
+        if (!elementPrefix.empty() && ns != scope->end() && ns->second != 0 &&
+            m_internals->setNamespace(path, ns->second) != 0)
+            return -1;
+    }
+
+    if (!empty) {
+        const char* const content = cursor;
+        skipWhite(cursor);
+        if (cursor[0] == '<' && cursor[1] != '/') {
+            int result;
+            while ((result = fromText(cursor, path, *scope, !store, depth + 1)) == 0) {
+            }
+            if (result != END_TAG) return -1;
+        } else if (cursor[0] != '<') {
+            const char* const end = findEndTag(content, name);
+            if (end == nullptr) return -1;
+            if (store && storeText(*m_internals, path, content, end) != 0) return -1;
+            cursor = end;
+        }
+        if (!isEndTag(cursor, name)) return -1;
+        cursor += name.length() + 3;
+    }
+
+    if (store) {
+        path.pop();
+    } else if (unknown && !(m_policy & DROP_UNKNOWN)) {
+        // The unknown element's whole text, as an XML fragment in its place.
+        const std::ptrdiff_t length = cursor - start;
+        if (length > INT_MAX ||
+            m_internals->insert(path, 0, binary::TYPE_XML, start, int(length), true) != 0)
+            return -1;
+        path.pop();
+    }
+    return 0;
+}
+
+// ---- attributes ---------------------------------------------------------------------------------
+
+int QKLBinary::xmlTypeFromText(BinaryPath& path, const CharArray& attrPrefix, const CharArray& value,
+                               const CharArray& valuePrefix, const NamespacePrefixes& prefixes) {
+    if (path.empty() || m_internals == nullptr) return -1;
+    QKLProtocolIDMap& map = m_internals->idMap();
+    const CharArray uri = prefixURI(map, prefixes, attrPrefix);
+    if (uri.empty()) return -1;
+    if (uri != CharArray(XmlSchemaInstance)) {
+        const std::string attribute = attrPrefix.str() + ":" + TYPE_LOCAL_NAME.str();
+        return attrFromText(path, CharArray(attribute.data(), unsigned(attribute.size())));
+    }
+    if (value.empty()) return -1;
+    std::string fullName;
+    if (!valuePrefix.empty()) {
+        const CharArray typeNamespace = prefixURI(map, prefixes, valuePrefix);
+        if (typeNamespace.empty()) return -1;
+        fullName = typeNamespace.str() + ":";
+    }
+    fullName.append(value.ptr(), value.length());
+    // Never a vocabulary type: the full name is no vocabulary entry.
+    const int typeID = map.findStr(CharArray(fullName.data(), unsigned(fullName.size())), &QKLDefaultMap::findType,
+                                   QKLProtocolIDMap::TYPE);
+    if (typeID == 0) return -1;
+    // Only a plain container takes a complex type: an empty element becomes one first.
+    const Node node(m_internals->arena(), path.current().offset);
+    if (node.type() == binary::TYPE_ELEMENT && node.dataSize() == 0 &&
+        m_internals->setContent(path, binary::TYPE_CONTAINER, nullptr, 0, false) != 0)
+        return -1;
+    return m_internals->setComplexType(path, typeID);
+}
+
+// The document keeps no attributes but the header's (101-110): any other is
+// accepted and dropped, whatever its name (soap:encodingStyle, an unprefixed xmlns ...).
+int QKLBinary::attrFromText(BinaryPath&, const CharArray&) { return 0; }
+
+}  // namespace QKL
