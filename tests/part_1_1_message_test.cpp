@@ -201,6 +201,21 @@ public:
     QKLMessageIterator* seenTo = reinterpret_cast<QKLMessageIterator*>(1);
 };
 
+// QKLBinary overrides fromText with the XML reader (Part 5.2). This spy puts the
+// base body of Part 1.1 back into the fromText slot, so that what fromTextFile
+// hands to the virtual fromText reaches DeserializeSpy::deserialize, and records
+// what fromText was given.
+class BaseFromTextSpy : public DeserializeSpy {
+public:
+    int fromText(const char* text, QKLMessageIterator* to) override {
+        ++fromTextCalls;
+        seenFromTextTo = to;
+        return QKLMessage::fromText(text, to);
+    }
+    int fromTextCalls = 0;
+    QKLMessageIterator* seenFromTextTo = reinterpret_cast<QKLMessageIterator*>(1);
+};
+
 // toText gives `text` (a copy from malloc, which toTextFile releases), or null.
 class TextSpy : public QKLBinary {
 public:
@@ -490,28 +505,39 @@ TEST_F(Part11EdgeCases, FromTextFileOnAMissingFileFailsAndOnAnEmptyFileParsesThe
     writeFile(empty, "");
 
     // Missing: -1, and nothing is parsed.
-    auto_destroy<DeserializeSpy> held(new DeserializeSpy());
-    DeserializeSpy& spy = *held;
+    auto_destroy<BaseFromTextSpy> held(new BaseFromTextSpy());
+    BaseFromTextSpy& spy = *held;
     EXPECT_EQ(-1, spy.fromTextFile(dir.path() + "/missing.xml"));
+    EXPECT_EQ(0, spy.fromTextCalls);
     EXPECT_EQ(0, spy.calls);
 
-    // Empty: the empty text, NUL-terminated, reaches deserialize for the whole message.
+    // Empty: the empty text, NUL-terminated, goes to fromText for the whole
+    // message, and through the base body to deserialize.
     spy.result = 0;
     EXPECT_EQ(0, spy.fromTextFile(empty));
+    EXPECT_EQ(1, spy.fromTextCalls);
+    EXPECT_EQ(nullptr, spy.seenFromTextTo);
     EXPECT_EQ(1, spy.calls);
     EXPECT_EQ(0, spy.seenLength);
     EXPECT_EQ("", spy.seenText);
     EXPECT_TRUE(spy.seenTerminated);
     EXPECT_EQ(nullptr, spy.seenTo);
+    // Its result is that of fromText("") on the same message.
+    spy.result = 3;
+    EXPECT_EQ(spy.fromText("", nullptr), spy.fromTextFile(empty));
 
-    // On the binary protocol the result is that of parsing "" through fromText.
-    // (Today the binary protocol refuses text until the XML reader, Part 5.2,
-    // exists: both give -1. The equality is what the Part fixes.)
-    auto_destroy<QKLBinary> message(newPacket());
-    ASSERT_EQ(0, message->setOrigin("agentA"));
-    const std::string before = documentBytes(*message);
-    EXPECT_EQ(message->fromText("", nullptr), message->fromTextFile(empty));
-    EXPECT_EQ(before, documentBytes(*message));  // a refused text leaves the message as it was
+    // On the binary protocol the result and the effect are those of parsing ""
+    // with its own fromText, the XML reader (Part 5.2): two equal messages, one
+    // given fromText(""), the other the empty file, end alike.
+    auto_destroy<QKLBinary> byText(newPacket());
+    auto_destroy<QKLBinary> byFile(newPacket());
+    ASSERT_EQ(0, byText->setOrigin("agentA"));
+    ASSERT_EQ(0, byFile->setOrigin("agentA"));
+    ASSERT_EQ(documentBytes(*byText), documentBytes(*byFile));
+    const int textResult = byText->fromText("", nullptr);
+    EXPECT_EQ(textResult, byFile->fromTextFile(empty));
+    EXPECT_EQ(-1, textResult);  // the empty text holds no root element (Part 5.2)
+    EXPECT_EQ(documentBytes(*byText), documentBytes(*byFile));
 }
 
 // "`toTextFile` to a directory that does not exist returns -1."
@@ -1001,7 +1027,8 @@ TEST_F(Part11BaseBodies, ToTextCallsSerializeWithTheSameIteratorAndFlags) {
     EXPECT_EQ(3, spy->calls);
 }
 
-// fromText: "deserialize(text, strlen(text), to)".
+// fromText: "deserialize(text, strlen(text), to)". QKLBinary has its own
+// fromText (the XML reader, Part 5.2): the base body is called by its qualified name.
 TEST_F(Part11BaseBodies, FromTextDeserializesTheTextUpToItsNul) {
     auto_destroy<DeserializeSpy> held(new DeserializeSpy());
     DeserializeSpy& spy = *held;
@@ -1010,17 +1037,19 @@ TEST_F(Part11BaseBodies, FromTextDeserializesTheTextUpToItsNul) {
     const char text[] = "<packet>x</packet>\0tail";
 
     spy.result = 0;
-    EXPECT_EQ(0, spy.fromText(text, to.get()));
+    EXPECT_EQ(0, spy.QKLMessage::fromText(text, to.get()));
     EXPECT_EQ(1, spy.calls);
     EXPECT_EQ(text, spy.seenBuffer);
     EXPECT_EQ(int(std::strlen(text)), spy.seenLength);
     EXPECT_EQ(to.get(), spy.seenTo);
 
     spy.result = -1;
-    EXPECT_EQ(-1, spy.fromText(text, nullptr));
+    EXPECT_EQ(-1, spy.QKLMessage::fromText(text, nullptr));
+    EXPECT_EQ(2, spy.calls);
     EXPECT_EQ(nullptr, spy.seenTo);
     spy.result = 7;  // the result is passed on as it is
-    EXPECT_EQ(7, spy.fromText("", nullptr));
+    EXPECT_EQ(7, spy.QKLMessage::fromText("", nullptr));
+    EXPECT_EQ(3, spy.calls);
     EXPECT_EQ(0, spy.seenLength);
 }
 
@@ -1110,9 +1139,8 @@ TEST_F(Part11BaseBodies, ToTextFileFailsWithoutTouchingTheFileWhenToTextGivesNul
     EXPECT_EQ("kept", readFile(path));  // not truncated
 }
 
-// The binary protocol's own text (Part 5.1): disabled until the XML writer
-// exists; today QKLBinary::toText gives null and toTextFile -1.
-TEST_F(Part11BaseBodies, DISABLED_ToTextFileOfABinaryMessageHoldsItsText) {
+// The binary protocol's own text (Part 5.1), read back by the XML reader (Part 5.2).
+TEST_F(Part11BaseBodies, ToTextFileOfABinaryMessageHoldsItsText) {
     TempDir dir;
     ASSERT_FALSE(dir.path().empty());
     const std::string path = dir.file("message.xml");
@@ -1142,16 +1170,20 @@ TEST_F(Part11BaseBodies, FromTextFileParsesTheWholeFileIntoTheWholeMessage) {
     const std::string content = "<packet><origin>agentA</origin></packet>\n";
     writeFile(path, content);
 
-    auto_destroy<DeserializeSpy> held(new DeserializeSpy());
-    DeserializeSpy& spy = *held;
+    // fromTextFile calls the virtual fromText; the spy's is the base body of Part 1.1.
+    auto_destroy<BaseFromTextSpy> held(new BaseFromTextSpy());
+    BaseFromTextSpy& spy = *held;
     spy.result = 0;
     EXPECT_EQ(0, spy.fromTextFile(path));
+    EXPECT_EQ(1, spy.fromTextCalls);
+    EXPECT_EQ(nullptr, spy.seenFromTextTo);
     EXPECT_EQ(1, spy.calls);
     EXPECT_EQ(content, spy.seenText);
     EXPECT_TRUE(spy.seenTerminated);
     EXPECT_EQ(nullptr, spy.seenTo);
     spy.result = 5;  // fromText's result, as it is
     EXPECT_EQ(5, spy.fromTextFile(path));
+    EXPECT_EQ(2, spy.fromTextCalls);
 }
 
 // fromTextFile: read fails on a directory (open and fstat succeed): what read returned, -1.

@@ -226,7 +226,13 @@ TEST(Part13EdgeCases, CreateNewWithBytesThatInitRejectsReturnsNullAndLeaksNothin
     std::memcpy(&lying[firstChild + QKL::binary::DATA_SIZE_OFFSET], &hugeSize, sizeof hugeSize);
     ASSERT_EQ(length, QKLBinary::isComplete(lying.data(), length));
 
-    const std::string text("<packet/>\0", 10);
+    // Bytes that are not a binary document are XML text (Part 5.2): text the
+    // reader rejects, complete by its NUL byte, is refused by init.
+    const char noEndTagText[] = "<a>";
+    const char otherEndTagText[] = "<packet><origin>agentA</packet>";
+    const std::string noEndTag(noEndTagText, sizeof noEndTagText);  // with the NUL
+    const std::string otherEndTag(otherEndTagText, sizeof otherEndTagText);
+    ASSERT_EQ(int(otherEndTag.size()), QKLBinary::isComplete(otherEndTag.data(), int(otherEndTag.size())));
     struct Rejected {
         const char* what;
         const char* bytes;
@@ -235,18 +241,24 @@ TEST(Part13EdgeCases, CreateNewWithBytesThatInitRejectsReturnsNullAndLeaksNothin
     const Rejected rejected[] = {
         {"truncated document", document.data(), length - 1},
         {"document with a lying child", lying.data(), length},
-        {"text (refused until the XML reader)", text.data(), int(text.size())},
+        {"text without an end tag", noEndTag.data(), int(noEndTag.size())},
+        {"text with unbalanced tags", otherEndTag.data(), int(otherEndTag.size())},
         {"no bytes", document.data(), 0},
         {"null", nullptr, 0},
     };
+    // Every message handed out is released, so an unexpected success leaks nothing either.
     for (const Rejected& bytes : rejected) {
-        EXPECT_EQ(nullptr, QKLMsgFactory::createNew(bytes.bytes, bytes.length)) << bytes.what;
+        auto_destroy<QKLMessage> made(QKLMsgFactory::createNew(bytes.bytes, bytes.length));
+        EXPECT_EQ(nullptr, made.get()) << bytes.what;
     }
 
     ASSERT_EQ(0, CountingBinary::alive.load());
     FactoryPtr factory(new TestFactory("Part13_unregistered"));
     for (const Rejected& bytes : rejected) {
-        EXPECT_EQ(nullptr, factory->newMessage(bytes.bytes, bytes.length)) << bytes.what;
+        {
+            auto_destroy<QKLMessage> made(factory->newMessage(bytes.bytes, bytes.length));
+            EXPECT_EQ(nullptr, made.get()) << bytes.what;
+        }
         EXPECT_EQ(0, CountingBinary::alive.load()) << bytes.what;
     }
     EXPECT_EQ(int(sizeof rejected / sizeof rejected[0]), static_cast<TestFactory*>(factory.get())->made);

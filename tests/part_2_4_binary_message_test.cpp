@@ -400,9 +400,8 @@ TEST_F(Part24EdgeCases, IsCompleteOnTextWithoutZeroByteIsZero) {
     EXPECT_EQ(0, QKLBinary::isComplete(nullptr, 0));
 }
 
-// serialize for a peer of version 39999 yields XML text (Part 5.1). Disabled
-// until the XML writer exists; the next test pins what happens today.
-TEST_F(Part24EdgeCases, DISABLED_SerializeForPeer39999YieldsXmlText) {
+// serialize for a peer of version 39999 yields XML text (Part 5.1).
+TEST_F(Part24EdgeCases, SerializeForPeer39999YieldsXmlText) {
     Message m(new QKLBinary);
     fillSample(*m);
     char* buffer = nullptr;
@@ -418,30 +417,6 @@ TEST_F(Part24EdgeCases, DISABLED_SerializeForPeer39999YieldsXmlText) {
     EXPECT_NE(std::string::npos, text.find("<custom_probe_name>hello</custom_probe_name>")) << text;
     EXPECT_EQ(std::string::npos, text.find(" xmlns:xsi")) << text;  // legacy mode (Part 5.1)
     EXPECT_EQ(std::string::npos, text.find("ns1:")) << text;
-}
-
-// Today: with no XML writer, a peer below 40000 is refused and nothing is handed out.
-TEST_F(Part24EdgeCases, SerializeForPeer39999IsRefusedUntilTheXmlWriterExists) {
-    Message m(new QKLBinary);
-    fillSample(*m);
-    char* buffer = reinterpret_cast<char*>(&buffer);  // a sentinel: must stay as it is
-    char* const sentinel = buffer;
-    int length = -5;
-    EXPECT_EQ(-1, m->serialize(&buffer, &length, nullptr, 39999));
-    EXPECT_EQ(sentinel, buffer);
-    EXPECT_EQ(-5, length);
-    EXPECT_EQ(nullptr, m->toText(nullptr, std::string(), 40500));
-    // The document's own message version counts too: the smaller of the two.
-    ASSERT_EQ(0, m->setVersion(39999));
-    int result = 0;
-    EXPECT_TRUE(serialized(*m, nullptr, 40500, &result).empty());
-    EXPECT_EQ(-1, result);
-    // The caller's-buffer form always writes version 40000, map area included.
-    unsigned long need = 0;
-    EXPECT_EQ(-2, m->serialize(static_cast<char*>(nullptr), &need, nullptr));
-    Bytes exact(need);
-    EXPECT_EQ(0, m->serialize(exact.data(), &need, nullptr));
-    EXPECT_EQ(held(*m), exact);
 }
 
 // For 40000 or more: a binary document beginning with the magic whose map area
@@ -1469,8 +1444,8 @@ TEST_F(Part24Receive, AReceivedEmptyDocumentWithAMapAreaFailsEveryReadCleanly) {
     EXPECT_EQ(1u, reports()) << g_lastReport;
 }
 
-// Text streams are parsed as XML (Part 5.2); disabled until the reader exists.
-TEST_F(Part24Receive, DISABLED_DeserializeReadsXmlText) {
+// Text streams are parsed as XML (Part 5.2).
+TEST_F(Part24Receive, DeserializeReadsXmlText) {
     const std::string xml = "<packet version=\"4.5.0\"><origin>agent</origin></packet>";
     Message m(new QKLBinary);
     ASSERT_EQ(0, m->deserialize(xml.c_str(), int(xml.size() + 1), nullptr));
@@ -1479,19 +1454,6 @@ TEST_F(Part24Receive, DISABLED_DeserializeReadsXmlText) {
     int version = 0;
     ASSERT_EQ(0, m->getVersion(version));
     EXPECT_EQ(40500, version);
-}
-
-// Today: with no XML reader, text is refused and the document stays.
-TEST_F(Part24Receive, DeserializeOfTextIsRefusedUntilTheXmlReaderExists) {
-    const Bytes xml = bytesOf(std::string("<packet><origin>agent</origin></packet>") + '\0');
-    Message m(new QKLBinary);
-    fillSample(*m);
-    const Bytes before = held(*m);
-    EXPECT_EQ(-1, m->deserialize(xml.data(), int(xml.size()), nullptr));
-    EXPECT_EQ(-1, m->init(xml.data(), int(xml.size())));
-    EXPECT_EQ(before, held(*m));
-    auto_destroy<QKLMessage> made(QKLMsgFactory::createNew(xml.data(), int(xml.size())));
-    EXPECT_FALSE(made);
 }
 
 // ==== Part24Send: serialize ========================================================================
