@@ -19,6 +19,7 @@
 #include "qkl/binary/BinaryPath.h"
 #include "qkl/binary/CopyAssistant.h"
 #include "qkl/binary/Format.h"
+#include "qkl/binary/NodeValue.h"
 #include "qkl/binary/QKLBinary.h"
 #include "qkl/binary/QKLBinaryInternals.h"
 #include "qkl/binary/QKLBinaryIterator.h"

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <optional>
 
+#include "qkl/binary/NodeValue.h"
 #include "qkl/binary/QKLBinary.h"
 #include "qkl/binary/QKLBinaryInternals.h"
 #include "qkl/binary/QKLBinaryIterator.h"
@@ -21,23 +22,10 @@ using binary::Node;
 
 namespace {
 
-// The value bytes up to the first NUL (all of them when there is none).
-std::string textOf(const Node& node) {
-    const char* data = node.data();
-    const unsigned int size = node.dataSize();
-    if (data == nullptr || size == 0) return std::string();
-    const void* nul = std::memchr(data, 0, size);
-    return std::string(data, nul ? size_t(static_cast<const char*>(nul) - data) : size_t(size));
-}
+using binary::numberOf;
 
-// A fixed-size number stored as it is in memory; false when the node holds fewer bytes.
-template <class T>
-bool numberOf(const Node& node, T& value) {
-    const char* data = node.data();
-    if (data == nullptr || node.dataSize() < sizeof(T)) return false;
-    std::memcpy(&value, data, sizeof(T));
-    return true;
-}
+// The value bytes up to the first NUL (all of them when there is none).
+std::string textOf(const Node& node) { return binary::storedText(node).str(); }
 
 // A stored 32-bit integer (type 1) widened into `value`; false for any other node.
 template <class T>

@@ -13,6 +13,7 @@
 #include <cstring>
 
 #include "qkl/binary/Format.h"
+#include "qkl/binary/NodeValue.h"
 #include "qkl/binary/QKLBinary.h"
 #include "qkl/binary/QKLBinaryInternals.h"
 #include "qkl/binary/QKLBinaryIterator.h"
@@ -73,22 +74,8 @@ void appendEscaped(std::string& out, const char* text, size_t length) {
     out.append(run, size_t(text - run));
 }
 
-// The payload up to its first zero byte (all of it when there is none).
-CharArray storedText(const Node& node) {
-    const unsigned int size = node.dataSize();
-    const char* data = size ? node.data() : nullptr;
-    if (data == nullptr) return CharArray();
-    const void* nul = std::memchr(data, 0, size);
-    return CharArray(data, nul ? unsigned(static_cast<const char*>(nul) - data) : size);
-}
-
-template <class T>
-bool numberOf(const Node& node, T& value) {
-    const char* data = node.data();
-    if (data == nullptr || node.dataSize() < sizeof(T)) return false;
-    std::memcpy(&value, data, sizeof(T));
-    return true;
-}
+using binary::numberOf;
+using binary::storedText;
 
 // Appends a value node's stored text (Part 3.2), escaped unless `raw`; nothing for a
 // container, for a value too short for its type and for the types that carry no value.
