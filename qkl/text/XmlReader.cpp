@@ -72,9 +72,23 @@ bool isEndTag(const char* at, const CharArray& name) {
            at[2 + name.length()] == '>';
 }
 
+// The first "</" name ">" from `from`, without building the tag text.
 const char* findEndTag(const char* from, const CharArray& name) {
-    const std::string tag = "</" + name.str() + ">";
-    return std::strstr(from, tag.c_str());
+    for (const char* at = std::strstr(from, "</"); at != nullptr; at = std::strstr(at + 2, "</")) {
+        if (isEndTag(at, name)) return at;
+    }
+    return nullptr;
+}
+
+// "<!" or "<?" at `cursor`: skipped up to and including the next ">", whatever
+// stands between (deliberately simple). False, with the cursor unmoved, when
+// there is no such markup, or when no ">" follows (then `failed` is set).
+bool skipMarkup(const char*& cursor, bool& failed) {
+    if (cursor[0] != '<' || (cursor[1] != '!' && cursor[1] != '?')) return false;
+    const char* const close = std::strchr(cursor + 2, '>');
+    failed = close == nullptr;
+    if (!failed) cursor = close + 1;
+    return !failed;
 }
 
 struct TextAttribute {
@@ -156,13 +170,11 @@ int storeText(QKLBinaryInternals& document, BinaryPath& path, const char* begin,
 // Behind the root only white space, comments, declarations and processing
 // instructions may follow: another element or stray text is a malformed text.
 int readTrailer(const char* cursor) {
+    bool failed = false;
     for (;;) {
         skipWhite(cursor);
         if (*cursor == '\0') return 0;
-        if (cursor[0] != '<' || (cursor[1] != '!' && cursor[1] != '?')) return -1;
-        cursor = std::strchr(cursor + 2, '>');
-        if (cursor == nullptr) return -1;
-        ++cursor;
+        if (!skipMarkup(cursor, failed)) return -1;
     }
 }
 
@@ -209,16 +221,12 @@ int QKLBinary::fromText(const char* text, QKLMessageIterator* at) {
 
 int QKLBinary::fromText(const char*& cursor, BinaryPath& path, const NamespacePrefixes& prefixes, bool skip,
                         int depth) {
-    for (;;) {
+    bool failed = false;
+    do {
         skipWhite(cursor);
-        if (cursor[0] != '<') return -1;
-        if (cursor[1] == '/') return END_TAG;
-        if (cursor[1] != '!' && cursor[1] != '?') break;
-        // Deliberately simple: up to the next ">", whatever stands between.
-        cursor = std::strchr(cursor + 2, '>');
-        if (cursor == nullptr) return -1;
-        ++cursor;
-    }
+    } while (skipMarkup(cursor, failed));
+    if (failed || cursor[0] != '<') return -1;
+    if (cursor[1] == '/') return END_TAG;
     if (depth >= MAX_TEXT_DEPTH || m_internals == nullptr) return -1;
     const char* const start = cursor++;
     const char* const nameStart = cursor;
