@@ -30,4 +30,11 @@
 #include "qkl/message/QKLMsgFactory.h"
 #include "qkl/message/QKLSessionID.h"
 
+// Subsystem 5: the XML text form's namespaces.
+#include "qkl/text/XmlNamespaces.h"
+
+// Subsystem 6: the SOAP bridge.
+#include "qkl/soap/QKLSoapConverter.h"
+#include "qkl/soap/QKLSoapEnvelope.h"
+
 #endif

@@ -25,6 +25,7 @@
 #include "qkl/binary/QKLBinaryIterator.h"
 #include "qkl/common/QKLAssert.h"
 #include "qkl/message/QKLMessage.h"
+#include "qkl/text/XmlNamespaces.h"
 #include "qkl/vocabulary/QKLDefaultMap.h"
 
 using namespace QKL;
@@ -767,7 +768,7 @@ std::string withXsi(const std::string& inner) {
 }
 
 TEST_F(Part52Types, XsiTypeGivesAPerDocumentComplexTypeNamedByItsFullName) {
-    ASSERT_STREQ(XSI.c_str(), QKLBinary::XmlSchemaInstance);
+    ASSERT_STREQ(XSI.c_str(), XmlSchemaInstance);
     Message m(parsed(withXsi("<data xsi:type=\"t:Thing\"><origin>x</origin></data>")));
     // The namespaces "xsi" and "t" took -2 and -3 (65534, 65533), the type -4 (65532).
     EXPECT_EQ("1398{1307/65532{1337='x'}}", dump(*m));

@@ -31,4 +31,9 @@ TEST(UmbrellaHeader, ReachesEveryPublicHeader) {
     QKL::QKLBinaryIterator root(static_cast<QKL::QKLBinary*>(message.get()));
     EXPECT_EQ(root.curID(), 1398);
     EXPECT_TRUE(QKL::getMsgVocabulary().count("QKLBinary"));
+    // The text form's namespaces and the SOAP bridge (issue 6).
+    EXPECT_STREQ(QKL::XmlSchema, "http://www.w3.org/2001/XMLSchema");
+    EXPECT_EQ(QKL::soapVersionMap().size(), 3u);
+    QKL::QKLSoapConverter converter;
+    EXPECT_EQ(converter.getSoapVersion(), QKL::SOAP_1_1);
 }

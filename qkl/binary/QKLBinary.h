@@ -74,8 +74,6 @@ public:
     // The text form (Parts 5.1, 5.2): the deepest element nesting that the writer
     // and the reader follow (both recurse once per level); deeper gives null / -1.
     static constexpr int MAX_TEXT_DEPTH = 1000;
-    // The XML Schema instance namespace, declared as "xsi" by the writer.
-    static const char* const XmlSchemaInstance;
     // Replaces "<", ">" and "&" (only those, deliberately) by their entities.
     static std::string escape(const char* text);
 

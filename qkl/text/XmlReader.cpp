@@ -20,6 +20,7 @@
 #include "qkl/binary/QKLBinaryInternals.h"
 #include "qkl/binary/QKLBinaryIterator.h"
 #include "qkl/text/XmlEntities.h"
+#include "qkl/text/XmlNamespaces.h"
 #include "qkl/vocabulary/QKLDefaultMap.h"
 
 namespace QKL {

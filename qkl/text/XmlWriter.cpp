@@ -9,8 +9,6 @@
 // checked (subtreeValid) before the walk, so no bytes outside the document are
 // read and no node is visited twice, whatever the buffer holds.
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
 
 #include "qkl/binary/Format.h"
 #include "qkl/binary/NodeValue.h"
@@ -21,11 +19,11 @@
 #include "qkl/common/NumberText.h"
 #include "qkl/common/QKLAssert.h"
 #include "qkl/message/QKLMessageIterator.h"
+#include "qkl/text/XmlNamespaces.h"
+#include "qkl/util/MallocCopy.h"
 #include "qkl/vocabulary/QKLProtocolIDMap.h"
 
 namespace QKL {
-
-const char* const QKLBinary::XmlSchemaInstance = "http://www.w3.org/2001/XMLSchema-instance";
 
 namespace {
 
@@ -220,11 +218,7 @@ char* QKLBinary::toText(const QKLMessageIterator* at, const std::string& nsBase,
     }
 
     // 9. (Nothing written, as for a header attribute as start node: nothing to print.)
-    if (out.empty()) return nullptr;
-    char* text = static_cast<char*>(std::malloc(out.size() + 1));
-    if (text == nullptr) return nullptr;
-    std::memcpy(text, out.c_str(), out.size() + 1);
-    return text;
+    return out.empty() ? nullptr : Internal::mallocCopy(out);
 }
 
 char* QKLBinary::toText(const QKLMessageIterator* at, const std::string& nsBase) const {

@@ -37,6 +37,10 @@ private:
 
 typedef std::basic_string<char, ignorecase_traits> ignorecase_string;
 
+// The same characters in the other string type.
+inline std::string toStdString(const ignorecase_string& s) { return std::string(s.data(), s.size()); }
+inline ignorecase_string toIgnoreCase(const std::string& s) { return ignorecase_string(s.data(), s.size()); }
+
 // Copies of s with every character passed through tolower / toupper.
 ignorecase_string toLower(const ignorecase_string& s);
 ignorecase_string toUpper(const ignorecase_string& s);

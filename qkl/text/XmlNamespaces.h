@@ -1,0 +1,16 @@
+// The two W3C schema namespaces that the text form (Parts 5.1, 5.2) and the
+// SOAP bridge (Part 6) write and read: one constant each.
+#ifndef QKL_TEXT_XMLNAMESPACES_H
+#define QKL_TEXT_XMLNAMESPACES_H
+
+namespace QKL {
+
+// The XML Schema namespace, declared as "xsd" on every SOAP envelope.
+inline constexpr char XmlSchema[] = "http://www.w3.org/2001/XMLSchema";
+// The XML Schema instance namespace, declared as "xsi" by the XML writer and
+// inserted into every SOAP operation element before it is parsed.
+inline constexpr char XmlSchemaInstance[] = "http://www.w3.org/2001/XMLSchema-instance";
+
+}  // namespace QKL
+
+#endif
