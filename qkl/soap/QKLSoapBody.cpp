@@ -26,20 +26,29 @@ constexpr int OPERATION_NAME_ID = 1322;       // "request"
 constexpr int OPERATION_NAMESPACE_ID = 1026;  // "name"
 constexpr size_t npos = ignorecase_string::npos;
 
-// Step 1: the "<" of the operation element, searched from position 1; npos when
-// there is none or it is the last character. DELIBERATE (kept as built): a
-// "<" followed by "!" is searched again from its own position, so a body whose
-// first element is a comment or declaration never returns. The volatile count
-// is an observable step per round, so the endless loop is the defined
-// behaviour the Part describes rather than one the compiler may assume away.
+// The first "<" after position 0 (the Body's own), and whether it opens a
+// comment or declaration ("<!"); npos when none or it is the last character.
+size_t firstInnerTag(const ignorecase_string& body, size_t from, bool& markup) {
+    const size_t open = body.find('<', from);
+    if (open == npos || open + 1 >= body.size()) return npos;
+    markup = body[open + 1] == '!';
+    return open;
+}
+
+// Step 1: the "<" of the operation element, searched from position 1.
+// DELIBERATE (kept as built): a "<" followed by "!" is searched again from its
+// own position, so a body whose first element is a comment or declaration
+// never returns. The volatile count is an observable step per round, so the
+// endless loop is the defined behaviour the Part describes rather than one the
+// compiler may assume away.
 size_t findOperationStart(const ignorecase_string& body) {
     volatile unsigned long rounds = 0;
     size_t from = 1;
     for (;;) {
         rounds = rounds + 1;
-        const size_t open = body.find('<', from);
-        if (open == npos || open + 1 >= body.size()) return npos;
-        if (body[open + 1] != '!') return open;
+        bool markup = false;
+        const size_t open = firstInnerTag(body, from, markup);
+        if (open == npos || !markup) return open;
         from = open;
     }
 }
@@ -100,6 +109,13 @@ int versionNumber(const ignorecase_string& text) {
 }
 
 }  // namespace
+
+bool QKLSoapConverter::neverCompletes(const char* soapText) {
+    const std::unique_ptr<QKLSoapEnvelope> envelope(QKLSoapEnvelope::fromText(soapText));
+    if (!envelope || soapVersionMap().count(envelope->getNamespaceURI()) == 0) return false;
+    bool markup = false;
+    return firstInnerTag(toIgnoreCase(envelope->getBody()), 1, markup) != npos && markup;
+}
 
 int QKLSoapConverter::convertBody(const char* bodyText, QKLMessage& msg) {
     const ignorecase_string body(bodyText != nullptr ? bodyText : "");

@@ -34,9 +34,9 @@
 // HAZARD (deliberate, Part 6.2 convertBody step 1): when the character after
 // the Body's first "<" is "!", the search for the operation element is
 // repeated from the same position and finds the same "<" again: the call
-// NEVER RETURNS. A caller facing untrusted clients must refuse such bodies
-// before calling soapToQklmsg, e.g. by checking that the first "<" after the
-// Body's start tag is not followed by "!".
+// NEVER RETURNS. A caller facing untrusted clients must refuse such requests
+// before calling soapToQklmsg: QKLSoapConverter::neverCompletes(text) tells
+// them apart.
 //
 // One converter serves one conversion at a time (one thread); separate
 // converters are independent. No locks are taken.
@@ -131,6 +131,13 @@ public:
     // (copy the message first to keep it). A reply with no element under
     // "data" (or no operator child) answers an empty Response element.
     int qklmsgToSoap(QKLMessage& reply, SoapVersion version, QKLSoapEnvelope*& result);
+
+    // True when soapToQklmsg(soapText) would never return with this class's
+    // convertBody: the envelope is found, its version known, and the first "<"
+    // inside its Body is followed by "!". Reads only the text; call it on
+    // untrusted requests first. (A header failure would end the call earlier;
+    // this answers for the body alone, so it may refuse a request that fails anyway.)
+    static bool neverCompletes(const char* soapText);
 
     // Erases every ` xmlns...="..."` declaration (its leading blank included);
     // an unclosed value is erased to the end, a declaration without any quote
