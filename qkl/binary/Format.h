@@ -177,7 +177,8 @@ public:
     // copies the bytes to offset + overhead (the overhead of the new data size) and
     // returns 0. With terminate, copies length - 1 bytes and writes a zero as the
     // last byte (length 0 writes nothing). A null `bytes` copies nothing and leaves
-    // the payload as it was (the terminating zero is still written).
+    // the payload as it was (the terminating zero is still written). The border
+    // before the payload and the padding behind it are zeroed.
     int setData(const void* bytes, unsigned int length, bool terminate);
 
     // True (bad) unless the whole node, by its own fields, lies inside the arena:
@@ -185,6 +186,8 @@ public:
     static bool probe(const Arena& arena, unsigned int at);
 
 private:
+    void clearPadding(unsigned int start, unsigned int length);
+
     Arena m_arena;
     unsigned int m_at;
 };

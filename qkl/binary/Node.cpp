@@ -106,7 +106,19 @@ int Node::setData(const void* bytes, unsigned int length, bool terminate) {
     const unsigned int copied = terminate && length > 0 ? length - 1 : length;
     if (bytes != nullptr && copied > 0) std::memcpy(node + start, bytes, copied);
     if (terminate && length > 0) node[start + length - 1] = '\0';
+    clearPadding(start, length);
     return 0;
+}
+
+// The border before the payload and the padding behind it hold whatever the
+// buffer held (growth does not clear, edits leave old bytes): zero them, so
+// that no stale or uninitialised memory goes out with the document.
+void Node::clearPadding(unsigned int start, unsigned int length) {
+    char* node = m_arena.writeSpan(m_at, size());
+    if (node == nullptr) return;
+    std::memset(node + NODE_HEAD, 0, start - NODE_HEAD);
+    const std::uint64_t end = std::uint64_t(start) + length;
+    if (size() > end) std::memset(node + end, 0, size_t(size() - end));
 }
 
 bool Node::probe(const Arena& arena, unsigned int at) {

@@ -99,6 +99,9 @@ protected:
 
     // "<detail>\n" + detail + "</detail>\n" when the detail is not empty, else "".
     std::string detailBlock() const;
+    // A version's name of a code: `client` for 2, `server` for 3, the base's
+    // names for 0 and 1; any other code asserts and gives "".
+    std::string versionCodeName(Code code, const char* client, const char* server) const;
 
     Code m_code;
     std::string m_faultString;

@@ -36,6 +36,16 @@ std::string QKLSoapFault::detailBlock() const {
     return m_detail.empty() ? std::string() : "<detail>\n" + m_detail + "</detail>\n";
 }
 
+std::string QKLSoapFault::versionCodeName(Code code, const char* client, const char* server) const {
+    switch (code) {
+    case ClientError: return client;
+    case ServerError: return server;
+    default:
+        QKL_ASSERT(code == VersionMismatch || code == MustUnderstand);
+        return QKLSoapFault::faultCodeToString(code);
+    }
+}
+
 QKLSoapFault11::QKLSoapFault11(Code code, const std::string& text)
     : QKLSoapFault(Soap11EnvelopeNamespace, code, text) {}
 
@@ -47,15 +57,7 @@ char* QKLSoapFault11::toText() {
     return assembly();
 }
 
-std::string QKLSoapFault11::faultCodeToString(Code code) const {
-    switch (code) {
-    case ClientError: return "Client";
-    case ServerError: return "Server";
-    default:
-        QKL_ASSERT(code == VersionMismatch || code == MustUnderstand);
-        return QKLSoapFault::faultCodeToString(code);
-    }
-}
+std::string QKLSoapFault11::faultCodeToString(Code code) const { return versionCodeName(code, "Client", "Server"); }
 
 QKLSoapFault12::QKLSoapFault12(Code code, const std::string& text)
     : QKLSoapFault(Soap12EnvelopeNamespace, code, text) {}
@@ -70,13 +72,7 @@ char* QKLSoapFault12::toText() {
 }
 
 std::string QKLSoapFault12::faultCodeToString(Code code) const {
-    switch (code) {
-    case ClientError: return "Sender";
-    case ServerError: return "Receiver";
-    default:
-        QKL_ASSERT(code == VersionMismatch || code == MustUnderstand);
-        return QKLSoapFault::faultCodeToString(code);
-    }
+    return versionCodeName(code, "Sender", "Receiver");
 }
 
 }  // namespace QKL

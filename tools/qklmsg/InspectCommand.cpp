@@ -1,0 +1,121 @@
+// qklmsg inspect IN: the bytes of a binary document (Part 2.1) made readable:
+// a summary line, one line per node in document order (offset, name indented
+// by depth, tag, type, ns, data size, size), then one line per map entry
+// (offset, ID, kind, name). XML text is read into a binary document first,
+// and standard error says so: the text has no bytes of its own to show.
+#include <cstdarg>
+#include <cstdio>
+#include <vector>
+
+#include "Commands.h"
+#include "MessageIO.h"
+
+namespace qklmsg {
+
+namespace {
+
+using QKL::QKLBinaryInternals;
+using QKL::Internal::CharArray;
+using QKL::binary::Format;
+using QKL::binary::Node;
+
+const char* const MAP_KIND_NAMES[QKL::binary::MAP_KIND_COUNT] = {"element", "namespace", "type"};
+
+void appendFormat(std::string& out, const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+void appendFormat(std::string& out, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    va_list again;
+    va_copy(again, arguments);
+    const int length = std::vsnprintf(nullptr, 0, format, arguments);
+    va_end(arguments);
+    if (length > 0) {
+        std::vector<char> line(std::size_t(length) + 1);
+        std::vsnprintf(line.data(), line.size(), format, again);
+        out.append(line.data(), std::size_t(length));
+    }
+    va_end(again);
+}
+
+// The element name of a tag: the vocabulary's or the document's map entry,
+// else the header attribute's, else the writers' "INVALID_TAG".
+std::string elementName(const QKLBinaryInternals& doc, int tag) {
+    const CharArray name = doc.idMap().findIDC(tag);
+    if (!name.empty()) return std::string(name.ptr(), name.length());
+    const char* header = QKL::QKLBinary::headerAttributeName(tag);
+    if (header != nullptr) return header;
+    const CharArray& invalid = QKL::QKLProtocolIDMap::INVALID_TAG;
+    return std::string(invalid.ptr(), invalid.length());
+}
+
+void describeDocument(const QKLBinaryInternals& doc, std::string& out) {
+    const Format format = doc.format();
+    appendFormat(out, "document: %u bytes, format version %u, message version %d, map area %u bytes at offset %u\n",
+                 doc.used(), unsigned(format.version()), doc.messageVersion(), format.map().size(),
+                 format.map().offset());
+}
+
+void describeNode(const QKLBinaryInternals& doc, const Node& node, std::size_t depth, std::string& out) {
+    const std::string name = elementName(doc, node.tag());
+    appendFormat(out, "node @%-5u %*s<%s> tag %d type %u ns %u data size %u size %llu\n", node.offset(),
+                 int(depth * 2), "", name.c_str(), node.tag(), unsigned(node.type()), unsigned(node.ns()),
+                 node.dataSize(), static_cast<unsigned long long>(node.size()));
+}
+
+// Depth first, in document order. node_range walking checks every node
+// against the bytes, so even a lying document ends the walk instead of
+// being read past; the explicit stack takes any depth.
+void describeNodes(const QKLBinaryInternals& doc, std::string& out) {
+    std::vector<Format::node_range> ranges(1, doc.format().root());
+    while (!ranges.empty()) {
+        Format::node_range& range = ranges.back();
+        if (!range.valid()) {
+            ranges.pop_back();
+            continue;
+        }
+        describeNode(doc, range.node(), ranges.size() - 1, out);
+        const Format::node_range children = range.children();
+        range = range.next();
+        if (!children.empty()) ranges.push_back(children);
+    }
+}
+
+// The map area as Format.h says to walk it; false (reported) on a bad entry.
+bool describeMap(const QKLBinaryInternals& doc, const std::string& where, std::string& out) {
+    const Format format = doc.format();
+    const Format::map_type& map = format.map();
+    const unsigned int end = map.offset() + map.size();
+    for (unsigned int at = map.offset(); at != end; at += unsigned(Node(format.arena(), at).size())) {
+        if (!map.entryValid(at)) {
+            refuse(where, "malformed map entry at offset " + std::to_string(at));
+            return false;
+        }
+        const Node entry(format.arena(), at);
+        // The name's stored bytes end in a zero byte that is not part of it.
+        const std::string name(entry.data(), entry.dataSize() - 1);
+        appendFormat(out, "map  @%-5u id %d %s \"%s\"\n", at, entry.tag(), MAP_KIND_NAMES[entry.type()],
+                     name.c_str());
+    }
+    return true;
+}
+
+}  // namespace
+
+int runInspect(const CommandLine& line) {
+    Input input;
+    QKL::auto_destroy<QKL::QKLMessage> message(readMessage(line.operands[0], input));
+    if (!message) return EXIT_REFUSED;
+    const QKL::QKLBinary* binary = dynamic_cast<const QKL::QKLBinary*>(message.get());
+    if (binary == nullptr || binary->internals() == nullptr)
+        return refuse(input.name, "the message is not held in a binary document");
+    if (!isBinaryDocument(input.bytes)) note(input.name, "XML text: showing the binary document it reads into");
+    const QKLBinaryInternals& doc = *binary->internals();
+    std::string out;
+    describeDocument(doc, out);
+    describeNodes(doc, out);
+    if (!describeMap(doc, input.name, out)) return EXIT_REFUSED;
+    return writeOutput(line.output, out) ? EXIT_DONE : EXIT_REFUSED;
+}
+
+}  // namespace qklmsg
