@@ -1070,6 +1070,30 @@ TEST(Part62Interop, EveryFileIsChecked) {
     EXPECT_EQ(onDisk, checked);
 }
 
+// A limit the header documents: only the operation's text is parsed (with
+// xmlns:xsi added, step 9), so an xsi:type prefix declared on the Envelope is
+// unknown to the reader, which refuses an undeclared prefix (Part 5.2
+// xmlTypeFromText: "A prefix that is not in the map, or has no URI, gives -1").
+TEST(Part62Interop, XsiTypePrefixDeclaredOnlyOnTheEnvelopeIsRefused) {
+    const std::string typed = "<count xsi:type=\"xsd:int\">5</count>";
+    const std::string onEnvelope =
+        "<soap:Envelope xmlns:soap=\"" + std::string(Soap11EnvelopeNamespace) +
+        "\" xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\"><soap:Body>" + operation("GetList", ENV_URI, typed) +
+        "</soap:Body></soap:Envelope>";
+    QKLSoapConverter converter;
+    Message refused = newMessage();
+    EXPECT_EQ(-1, convert(converter, *refused, onEnvelope));
+    ASSERT_NE(nullptr, converter.getFault());
+    EXPECT_EQ(BODY_NOT_CONVERTED, converter.getFault()->getFaultString());
+    // Declared on the operation itself, the same value converts.
+    const std::string onOperation = request(
+        "", "<GetList xmlns=\"" + ENV_URI + "\" xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\">" + typed +
+                "</GetList>");
+    Message converted = newMessage();
+    EXPECT_EQ(0, convert(converter, *converted, onOperation));
+    EXPECT_EQ("5", valueAt(*converted, "data/env_manager/GetList/count"));
+}
+
 // ---- bad input ----------------------------------------------------------------------------------
 
 namespace {

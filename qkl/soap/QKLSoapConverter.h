@@ -23,6 +23,10 @@
 //     SOAP Header is then ignored;
 //   - CDATA sections in the packet header or the operation (the XML reader
 //     rejects them);
+//   - an xsi:type value whose prefix is declared only outside the operation
+//     element (xsi:type="xsd:int" with xsd declared on the Envelope): only
+//     the operation's text is parsed, with xmlns:xsi added, and the reader
+//     refuses an undeclared type prefix (Part 5.2);
 //   - a root tag name followed by a line end or tab instead of a blank
 //     (":envelope " is searched with its blank);
 //   - an unprefixed operation whose start tag has no blank (no attributes);
