@@ -18,6 +18,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "support/AssertCounter.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -59,21 +61,13 @@ const int WHOLE_TEXT = 40500;    // the flag word of every whole-message renderi
 
 // ---- helpers ------------------------------------------------------------------------
 
-void quietHandler(const char*, const char*, int) {}
-
 // Every test silences QKL_ASSERT and can ask how many reports it caused.
 class Part11 : public ::testing::Test {
 protected:
-    void SetUp() override {
-        m_previous = QKL::setAssertHandler(&quietHandler);
-        m_reports = QKL::assertReports();
-    }
-    void TearDown() override { QKL::setAssertHandler(m_previous); }
-    unsigned long reports() const { return QKL::assertReports() - m_reports; }
+    unsigned long reports() const { return m_asserts.reports(); }
 
 private:
-    QKL::AssertHandler m_previous = nullptr;
-    unsigned long m_reports = 0;
+    QKLTest::AssertCounter m_asserts;
 };
 class Part11EdgeCases : public Part11 {};
 class Part11Sharing : public Part11 {};

@@ -1,6 +1,8 @@
 // Part 2.1: Binary node and document format. The "Edge cases worth testing"
 // bullets come first (Part21EdgeCases, one TEST each), then exact byte layouts,
 // framing, editing, duplication, the map area and hostile input.
+#include "support/AssertCounter.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -15,21 +17,13 @@ using namespace QKL::binary;
 
 namespace {
 
-void quietHandler(const char*, const char*, int) {}
-
 // Silences QKL_ASSERT and counts the reports made during one test.
 class QuietAsserts : public ::testing::Test {
 protected:
-    void SetUp() override {
-        m_previous = QKL::setAssertHandler(&quietHandler);
-        m_reports = QKL::assertReports();
-    }
-    void TearDown() override { QKL::setAssertHandler(m_previous); }
-    unsigned long reports() const { return QKL::assertReports() - m_reports; }
+    unsigned long reports() const { return m_asserts.reports(); }
 
 private:
-    QKL::AssertHandler m_previous = nullptr;
-    unsigned long m_reports = 0;
+    QKLTest::AssertCounter m_asserts;
 };
 
 // A writable document with a fresh version-2 header in a zero-filled buffer.

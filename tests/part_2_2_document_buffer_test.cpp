@@ -2,6 +2,8 @@
 // (Part22EdgeCases, one TEST each), then the rest of the interface, and last a
 // deterministic random edit sequence that checks the whole-tree invariant after
 // every edit. Subtree copy (Part 2.3) is tested with its own Part.
+#include "support/AssertCounter.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -32,19 +34,15 @@ const int ALERTS = 1001, VEID = 1002, PACKET = 1398, VERSION = QKLBinaryInternal
 const int UNKNOWN_TAG = 5000;  // in no vocabulary, and unknown to a fresh ID map
 
 // Tests silence QKL_ASSERT and count the reports made during each.
-void quietHandler(const char*, const char*, int) {}
-
-// Every test starts with a document buffer d (no document yet) and an empty path p.
+// Every test starts with a document buffer d (no document yet) and an empty
+// path p; QKL_ASSERT is silenced and counted.
 class Part22 : public ::testing::Test {
 protected:
-    void SetUp() override { m_previous = QKL::setAssertHandler(&quietHandler); m_reports = QKL::assertReports(); }
-    void TearDown() override { QKL::setAssertHandler(m_previous); }
-    unsigned long reports() const { return QKL::assertReports() - m_reports; }
+    unsigned long reports() const { return m_asserts.reports(); }
 
+    QKLTest::AssertCounter m_asserts;
     QKLBinaryInternals d;
     BinaryPath p;
-    QKL::AssertHandler m_previous = nullptr;
-    unsigned long m_reports = 0;
 };
 class Part22EdgeCases : public Part22 {};
 class Part22Buffer : public Part22 {};
