@@ -1,6 +1,6 @@
 // Test support: runs a call that must not return in a forked child and
-// reports how the child ended. Used for the Parts' deliberate non-terminating
-// behaviours (Part 7.1's empty pattern, Part 6.2's comment-first body).
+// reports how the child ended. Used for the calls that never return on purpose
+// (srch_repl with an empty pattern, a SOAP Body that starts with a comment).
 #ifndef QKL_TESTS_SUPPORT_CHILDPROCESS_H
 #define QKL_TESTS_SUPPORT_CHILDPROCESS_H
 
