@@ -11,10 +11,11 @@ namespace Base64 {
 std::string encode(const std::string& data);
 
 // Decodes `length` characters at `text` into *out (replacing its content).
-// Returns 0 on success and -1 when the text is not canonical padded base64
+// Returns 0 on success and -1 when the text is not well-formed padded base64
 // (a length that is not a multiple of 4, a character outside the alphabet,
 // misplaced padding) or when text/out is null with length > 0; *out then
-// holds nothing useful. Will not read past text + length.
+// holds nothing useful. Bits under the padding need not be zero ("Zh==" reads
+// as "f"), as RFC 4648 lets decoders accept. Will not read past text + length.
 int decode(const char* text, int length, std::string* out);
 
 }  // namespace Base64
