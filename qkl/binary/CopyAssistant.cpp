@@ -144,7 +144,7 @@ int QKLBinaryInternals::copy(char* source, const BinaryPath& from, QKLProtocolID
     }
     const binary::Format sourceDoc(binary::Arena::readOnlyView(bytes, origin->used()));
     // A root whose size disagrees with the bytes held (the rule for adopting a
-    // document, Part 2.2) makes tree and map area overlap or leave a gap: a tree
+    // document, QKLBinaryInternals::copy) makes tree and map area overlap or leave a gap: a tree
     // cut short, or map entries read as nodes, would be copied.
     if (!sourceDoc || sourceDoc.size(binary::MAP_MSG_VERSION) != origin->used()) return -1;
     binary::Format::node_range range = sourceDoc.root();
@@ -160,9 +160,8 @@ int QKLBinaryInternals::copy(char* source, const BinaryPath& from, QKLProtocolID
     if (range.empty()) return 0;
     if (!range.subtreeValid()) return -1;
     binary::CopyAssistant assistant(sourceMap, *this);
-    // Node sizes differ between the size rules of two format versions. The Part
-    // rebuilds when the source is older; a newer source into an older (legacy)
-    // target would equally be read with the wrong sizes, so it is rebuilt too.
+    // Node sizes differ between format versions: a source of another version,
+    // older or newer, is rebuilt node by node; only a same-version copy moves bytes as they are.
     return sourceDoc.version() != format().version() ? assistant.deep(range, to) : assistant.shallow(range, to);
 }
 

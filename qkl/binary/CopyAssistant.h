@@ -1,4 +1,4 @@
-// binary::CopyAssistant (Part 2.3): copies an element with its subtree from one
+// binary::CopyAssistant: copies an element with its subtree from one
 // document into another, rewriting every tag, namespace and complex type
 // through the names, since IDs outside the vocabularies are private to each
 // document. Owns nothing.

@@ -1,4 +1,4 @@
-// Format (Part 2.1): the document header, document sizes, framing, and the
+// Format: the document header, document sizes, framing, and the
 // editing operations. Each edit is one memmove of the bytes behind the edited node.
 #include "qkl/binary/Format.h"
 

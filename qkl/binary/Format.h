@@ -1,10 +1,10 @@
-// The binary document format (Part 2.1): the byte layout of a document and the
+// The binary document format: the byte layout of a document and the
 // stateless operations that read and reshape it, in namespace QKL::binary.
 //
 //   header (8 bytes) | root node with its whole subtree | map area (name entries)
 //
 // These operations never allocate (except duplicate(at, msgVersion)), never grow
-// a buffer and never adjust ancestor sizes: the document buffer (Part 2.2) does.
+// a buffer and never adjust ancestor sizes: the document buffer (QKLBinaryInternals) does.
 //
 // Trust model. Received bytes are hostile, so the code is split in two:
 //  - SAFE ON UNTRUSTED BYTES (never read or write outside the arena): Arena's
@@ -14,12 +14,12 @@
 //    QKL_ASSERT (which returns) and reads as 0; a caller that walks untrusted
 //    bytes first checks nodes with Node::probe / node_range::valid and so never
 //    triggers the assertion.
-//  - TRUSTING THE CALLER (Part 2.1: "everything else trusts the caller to have
-//    made room first"): doInsert, insert, resize, unlink, map_type::insert and
-//    map_type::operator=. They are meant for a document the library built or
-//    adopted (Part 2.2 grows the buffer first). They still check that every
-//    byte they move or write lies inside the arena; when not, they report with
-//    QKL_ASSERT and change nothing, so a broken caller corrupts no memory.
+//  - TRUSTING THE CALLER to have made room first: doInsert, insert, resize,
+//    unlink, map_type::insert and map_type::operator=. They are meant for a
+//    document the library built or adopted (QKLBinaryInternals grows the buffer
+//    first). They still check that every byte they move or write lies inside
+//    the arena; when not, they report with QKL_ASSERT and change nothing, so a
+//    broken caller corrupts no memory.
 //
 // Multi-byte fields are in host byte order (little-endian on the platforms
 // served) and are read and written with memcpy, so no offset needs alignment.
@@ -57,7 +57,7 @@ constexpr unsigned int NODE_HEAD = 12;        // the four fields above
 constexpr unsigned int NODE_BORDER = 4;       // aligns an 8-byte value or a first child to 8
 constexpr unsigned int BORDERED_DATA_SIZE = 8;
 
-// Node types. Types 1-6 and 51 carry a value (encodings: Part 3.2).
+// Node types. Types 1-6 and 51 carry a value (read and written in QKLBinaryIteratorValues.cpp).
 constexpr unsigned short TYPE_ELEMENT = 0;
 constexpr unsigned short TYPE_INT = 1;
 constexpr unsigned short TYPE_STRING = 2;
@@ -115,7 +115,7 @@ public:
         if (size < m_size) m_size = size;
     }
 
-    // The Part's accessors: assert that the view is set and offset < size.
+    // The accessors: assert that the view is set and offset < size.
     // On failure they report and return null, so a caller must not use the result unchecked.
     const char* data(unsigned int offset) const;
     char* buffer(unsigned int offset) const;  // also null (and reported) on a read-only view
@@ -141,8 +141,9 @@ private:
 
 // ---- Node: one element or map entry at an offset ---------------------------------
 // Readers report (QKL_ASSERT) and return 0 when their field does not lie inside
-// the arena. Setters do nothing on a read-only arena (deliberately silent, as the
-// Part says) and report and do nothing when the field lies outside the arena.
+// the arena. Setters do nothing on a read-only arena (deliberately silent: a
+// read-only view is never edited) and report and do nothing when the field
+// lies outside the arena.
 class Node {
 public:
     Node(const Arena& arena, unsigned int at) : m_arena(arena), m_at(at) {}
@@ -197,7 +198,7 @@ private:
 // and inside the area [begin, end) (its size taken under formatVersion), its data
 // size is not 0, and the 32-bit word at node offset 4 (type and ns), read as
 // signed, is neither negative nor >= MAP_KIND_COUNT (so ns is 0). The version is
-// explicit because a foreign map area (Part 4.2 decode) is a buffer without a
+// explicit because a foreign map area (QKLProtocolIDMap's decode) is a buffer without a
 // document header. Never reports.
 bool mapEntryValid(const Arena& arena, unsigned int at, unsigned int begin, unsigned int end,
                    unsigned char formatVersion);
@@ -289,7 +290,7 @@ public:
     // 8 + size of the node at `at` (or 8 when `at` is not below beyond(at)), plus
     // the map bytes when msgVersion >= MAP_MSG_VERSION. Returns 0, which no
     // document has, when the node at `at` does not fit in the arena or the total
-    // exceeds 32 bits. (The map area itself may lie past the arena: Part 2.2 and
+    // exceeds 32 bits. (The map area itself may lie past the arena: adoption and
     // probe compare the result with the bytes they hold.)
     unsigned int size(unsigned int at, unsigned int msgVersion) const;
     // The size rule under this document's format version.

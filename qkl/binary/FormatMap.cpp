@@ -1,4 +1,4 @@
-// The map area, walking node ranges and duplication (Part 2.1).
+// The map area, walking node ranges and duplication.
 #include <cstdlib>
 #include <cstring>
 #include <vector>

@@ -1,4 +1,4 @@
-// Arena, Node and the size rule (Part 2.1). Every field access goes through
+// Arena, Node and the size rule. Every field access goes through
 // a bounds-checked span of the arena, in 64-bit arithmetic, so a hostile offset
 // or data size can neither wrap around nor reach outside the buffer.
 #include "qkl/binary/Format.h"
@@ -22,8 +22,8 @@ T readField(const Arena& arena, unsigned int at, unsigned int field) {
     return value;
 }
 
-// Writes a T at node offset `at` + `field`. Silent on a read-only arena, as the Part
-// asks of setters; reported when the field is outside a writable arena.
+// Writes a T at node offset `at` + `field`. Silent on a read-only arena (a read-only
+// view is never edited); reported when the field is outside a writable arena.
 template <typename T>
 void writeField(const Arena& arena, unsigned int at, unsigned int field, T value) {
     if (!arena.isWritable()) return;

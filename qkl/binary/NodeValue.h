@@ -1,4 +1,4 @@
-// The value bytes of a node as the readers of Parts 3.2 and 5.1 take them.
+// The value bytes of a node as the iterator's value reads and the XML writer take them.
 // Safe on any node: a payload outside the arena reads as no value.
 #ifndef QKL_BINARY_NODEVALUE_H
 #define QKL_BINARY_NODEVALUE_H

@@ -136,7 +136,7 @@ const QKLBinaryIterator* QKLBinary::ownIterator(const QKLMessageIterator* at) co
 int QKLBinary::serialize(char** buf, int* len, const QKLMessageIterator* from, int peerVersion) const {
     if (buf == nullptr || len == nullptr || m_internals == nullptr || m_internals->buffer() == nullptr) return -1;
     const int version = std::min(m_internals->messageVersion(), peerVersion);
-    // A peer below 40000 reads XML text (Part 5.1), with its zero byte, as isComplete frames it.
+    // A peer below 40000 reads XML text, with its zero byte, as isComplete frames it.
     if (version < int(binary::MAP_MSG_VERSION)) {
         char* text = toText(from, std::string(), version);
         if (text == nullptr) return -1;

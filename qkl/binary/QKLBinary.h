@@ -1,5 +1,5 @@
-// QKLBinary (Part 2.4): the binary message protocol. Its element tree is one
-// binary document (Part 2.1) held by a QKLBinaryInternals (Part 2.2). It frames
+// QKLBinary: the binary message protocol. Its element tree is one binary
+// document (binary/Format.h) held by a QKLBinaryInternals. It frames
 // and reads byte streams, writes documents out, and keeps the packet header
 // fields as attributes of the root element (element tags 101-110; the session
 // ID in element 1748).
@@ -71,7 +71,7 @@ public:
     // The ID 101-110 of a header attribute name, or 0.
     static int headerAttributeID(const std::string& name);
 
-    // The text form (Parts 5.1, 5.2): the deepest element nesting that the writer
+    // The text form: the deepest element nesting that the writer
     // and the reader follow (both recurse once per level); deeper gives null / -1.
     static constexpr int MAX_TEXT_DEPTH = 1000;
     // Replaces "<", ">" and "&" (only those, deliberately) by their entities.
@@ -79,10 +79,10 @@ public:
 
     // The protocol's registry name, "QKLBinary".
     static constexpr char MessageType[] = "QKLBinary";
-    // Class-wide policy flags, copied into each new message (Part 5.2 uses them).
+    // Class-wide policy flags, copied into each new message (the XML reader reads them).
     static unsigned int Policy;
 
-    // Framing of a received stream (Part 2.4): 0 when more bytes are needed, else
+    // Framing of a received stream: 0 when more bytes are needed, else
     // the length of the binary document, or of the text up to and with its first
     // zero byte. Reads nothing outside [bytes, bytes + length).
     static int isComplete(const char* bytes, int length);
@@ -102,10 +102,10 @@ public:
     int serialize(char* buf, unsigned long* len, const QKLMessageIterator* from) const override;
     int deserialize(const char* buf, int len, QKLMessageIterator* to) override;
     int deserialize(const QKLMessageIterator* from, QKLMessageIterator* to) override;
-    // The XML text form of the whole message, or of the subtree at `at` (Part 5.1):
+    // The XML text form of the whole message, or of the subtree at `at`:
     // a malloc'ed, zero-ended buffer released with free(); null on failure.
     char* toText(const QKLMessageIterator* at, const std::string& nsBase, int version) const override;
-    // Parses XML text into the whole message, or under `at` (Part 5.2); on a
+    // Parses XML text into the whole message, or under `at`; on a
     // failure under an iterator the message is left as it was.
     int fromText(const char* text, QKLMessageIterator* at) override;
     QKLMessage* newMessage() const override;
@@ -166,13 +166,13 @@ private:
     int adopt(const char* bytes, int length);
     int adoptUnder(const char* bytes, int length, QKLBinaryIterator& at);
 
-    // ---- the XML text form: the choices the Parts leave open ----
+    // ---- the XML text form: how values are written and read ----
     // Writer (qkl/text/XmlWriter.cpp): a value is written as its stored text, escaped:
     // types 0, 2, 6 the text up to its NUL; 1, 3, 4 intToStr / longlongToStr /
     // doubleToStr; 5 (raw bytes) Base64::encode of the bytes less the terminating
     // byte the internals keep, so that getValueBase64 of the text read back gives
     // the same bytes; 51 as it stands. Header attribute values are written raw,
-    // since the reader keeps "the raw value text" (Part 5.2).
+    // since the reader stores a header attribute's text as it stands, unescaped.
     // Reader (qkl/text/XmlReader.cpp): elements are inserted as type 0 without a
     // value; text content is stored as type 0 (setContent(path, 0, ...)). An
     // element whose xsi:type resolves is made an empty container (type 50) before

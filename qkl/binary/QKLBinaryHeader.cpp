@@ -1,4 +1,4 @@
-// The packet header of QKLBinary (Part 2.4): attributes 101-110 of the root,
+// The packet header of QKLBinary: attributes 101-110 of the root,
 // the session ID in element 1748, and the caches of uid, session and id.
 #include <cstdio>
 #include <memory>
@@ -43,7 +43,7 @@ int QKLBinary::headerAttributeID(const std::string& name) {
 namespace {
 
 // Counted (newIterator), so that other iterators of the message re-check their
-// paths after a header write (the stamp rule of Part 3.1). Null when the message
+// paths after a header write (the stamp rule, QKLBinaryIterator.h). Null when the message
 // holds no document with a root: header access then fails without assertions.
 std::unique_ptr<QKLBinaryIterator> rootIterator(const QKLBinary& message) {
     const QKLBinaryInternals* document = message.internals();

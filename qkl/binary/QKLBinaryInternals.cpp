@@ -17,7 +17,7 @@ const unsigned int FIRST_COMPLEX_TYPE_ID = 101;
 // The 32-bit word (type, ns) of a plain container without a namespace.
 const std::uint32_t PLAIN_CONTAINER_WORD = binary::TYPE_CONTAINER;
 
-// 1 when the stored value keeps a terminating zero byte (Part 2.2 insert step 2).
+// 1 when the stored value keeps a terminating zero byte.
 // Never for a container, whose data size must stay a sum of node sizes.
 int extraByte(int type, bool terminate) {
     if (binary::isContainer(static_cast<unsigned short>(type))) return 0;
@@ -249,7 +249,7 @@ int QKLBinaryInternals::add2map(unsigned int id, unsigned short kind, const char
     Node entry(document.arena(), document.map().offset());
     entry.setTag(int(id));
     // The gap holds stale bytes (growth does not zero, edits leave old nodes behind
-    // the document), and a nonzero ns makes the whole map area unreadable (Part 2.1).
+    // the document), and a nonzero ns makes the whole map area unreadable.
     entry.setNs(0);
     entry.setData(name, length + 1, true);
     return 0;

@@ -1,8 +1,8 @@
-// QKLBinaryInternals (Part 2.2): owns the byte buffer of one binary document
-// (Part 2.1) and performs every edit of it. It grows the buffer, opens and
+// QKLBinaryInternals: owns the byte buffer of one binary document
+// (binary/Format.h) and performs every edit of it. It grows the buffer, opens and
 // closes room for nodes, keeps the data sizes of all ancestors right along the
 // edited path, and bumps a change counter whenever offsets held elsewhere may
-// have gone stale. It also carries the document's ID map (Part 4.2) and the
+// have gone stale. It also carries the document's ID map (QKLProtocolIDMap) and the
 // document's message version.
 //
 // Results: 0 on success and -1 on failure unless said otherwise.
@@ -62,7 +62,7 @@ public:
     int setComplexType(BinaryPath& path, int typeID);
     int add2map(unsigned int id, unsigned short kind, const char* name, unsigned int length);
 
-    // Subtree copy between documents (Part 2.3).
+    // Subtree copy between documents, names rewritten (binary::CopyAssistant).
     int copy(char* source, const BinaryPath& from, QKLProtocolIDMap& sourceMap, const BinaryPath& to);
 
     char* buffer() const { return m_buffer; }

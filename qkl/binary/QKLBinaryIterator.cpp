@@ -1,4 +1,4 @@
-// QKLBinaryIterator, Part 3.1: construction, the stamp rule and movement.
+// QKLBinaryIterator: construction, the stamp rule and movement.
 #include "qkl/binary/QKLBinaryIterator.h"
 
 #include <optional>
@@ -267,7 +267,7 @@ int QKLBinaryIterator::replaceEmbedded(unsigned int offset, const QKLBinary& con
     BinaryPath opaque = m_path;
     opaque.push(0, offset);
     if (internals()->erase(opaque) != 0) return -1;
-    // The content's root becomes the last child of the current element (Part 2.3).
+    // The content's root becomes the last child of the current element.
     QKLBinaryInternals* source = content.internals();
     return internals()->copy(source->buffer(), BinaryPath(), source->idMap(), m_path);
 }

@@ -1,13 +1,13 @@
-// QKLBinaryIterator (Parts 3.1-3.3): the iterator of the binary protocol. It
+// QKLBinaryIterator: the iterator of the binary protocol. It
 // keeps its position as a BinaryPath of (tag, byte position) pairs from the root
 // to the current element, and notices changes made through other iterators by
-// the internals' change counter (the stamp rule of Part 3.1): a position
+// the internals' change counter (the stamp rule): a position
 // survives a change only if every element on its path still stands at the same
 // byte position with the same tag; otherwise every further call returns -1.
 //
-// Values (Part 3.2): one value per element, written by ID (the first child with
+// Values: one value per element, written by ID (the first child with
 // that tag is updated or one is appended) or by name/path, and read back with
-// the Part's conversion table. Writes by ID return 0, or 1 on failure (the
+// a conversion by stored type (readValue). Writes by ID return 0, or 1 on failure (the
 // bool of put()), except the time writes (-1). Reads never move the iterator.
 //
 // Every node the iterator reads is checked against the document's bytes first,
@@ -58,7 +58,7 @@ public:
     // caller releases through getMessage()->destroy(). Not counted by the message.
     QKLMessageIterator* newIterator(bool withCopy) const override;
 
-    // ---- Part 3.1: the stamp rule and movement ----
+    // ---- the stamp rule and movement ----
     int validateStamp() const;
     int validateInternals() const;
     void invalidate() const override;
@@ -78,7 +78,7 @@ public:
     // Expands embedded documents under the current element (policy bits 0 and 1).
     int parseUnknown() const;
 
-    // ---- Part 3.3: names, namespaces, complex types, subtrees ----
+    // ---- names, namespaces, complex types, subtrees ----
     int newChild(const std::string& name) override;
     int setNamespace(int nsID) override;
     int setNamespace(const std::string& ns) override;
@@ -98,7 +98,7 @@ public:
     int copyToChild(const QKLMessageIterator* from) override;
     int deleteFromChild() override;
 
-    // ---- Part 3.2: values by name (never move the iterator on a read) ----
+    // ---- values by name (never move the iterator on a read) ----
     int getValueBase64(std::string& value, const std::string& name) const override;
     int getValue(std::string& value, const std::string& name) const override;
     int getValue(int& value, const std::string& name) const override;
@@ -115,7 +115,7 @@ public:
     int putValueTime(long value, const std::string& name) override;
     int putValueTimeZone(long value, int zone, const std::string& name) override;
 
-    // ---- Part 3.2: values by ID ----
+    // ---- values by ID ----
     int getValueBase64(std::string& value, int id) const override;
     int getValue(std::string& value, int id) const override;
     int getValue(int& value, int id) const override;
@@ -167,7 +167,7 @@ private:
     // The element ID of a name (0 when unknown or longer than MAX_SEGMENT_LENGTH).
     int elementID(const char* name, std::size_t length) const;
     int findOrAssign(const std::string& name, int kind) const;
-    // Steps 5 of parseUnknown: the tag-0 node at `offset` gives way to `content`'s root.
+    // parseUnknown's last step: the tag-0 node at `offset` gives way to `content`'s root.
     int replaceEmbedded(unsigned int offset, const QKLBinary& content) const;
 
     // Reads by ID: seek(id), read the reached node, seekUp when id != 0.

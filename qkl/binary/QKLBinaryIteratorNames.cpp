@@ -1,4 +1,4 @@
-// QKLBinaryIterator, Part 3.3: names, namespaces, complex types and the
+// QKLBinaryIterator: names, namespaces, complex types and the
 // subtree operations at the current element.
 #include "qkl/binary/QKLBinary.h"
 #include "qkl/binary/QKLBinaryInternals.h"

@@ -1,6 +1,5 @@
-// QKLBinaryIterator, Part 3.2: typed values. Writes go through put(); reads
-// through readValue() with one reader per requested type, following the
-// Part's conversion table by stored type.
+// QKLBinaryIterator: typed values. Writes go through put(); reads through
+// readValue() with one reader per requested type, converting by stored type.
 #include <climits>
 #include <cstdint>
 #include <cstdio>
@@ -45,7 +44,7 @@ int scanText(const Node& node, const char* format, T& value) {
 }
 
 // A container, or an empty plain element that the internals turn into one
-// (Part 2.2 getInsertOffset); an element with a value must be emptied first.
+// (QKLBinaryInternals::getInsertOffset); an element with a value must be emptied first.
 bool canHoldChildren(const binary::Format::node_range& range) {
     if (range.empty()) return false;
     const Node node = range.node();
@@ -155,7 +154,7 @@ int readTime(const Node& node, long& value, int* zone) {
     const unsigned short type = node.type();
     if (node.dataSize() == 0 || !(isText(type) || type == binary::TYPE_TIME)) return -1;
     const std::string text = textOf(node);
-    // The output is written before the test, as the Part says.
+    // The output is written even when the text does not parse (it then holds -1).
     value = zone ? str2time(text.c_str(), *zone) : str2time(text.c_str());
     return value == -1 ? -1 : 0;
 }
@@ -175,7 +174,7 @@ int QKLBinaryIterator::getValue(int& value, int id) const {
         if (node.dataSize() == 0) return -1;
         if (storedInt(node, value)) return 0;
         if (!isText(node.type())) return -1;
-        // Unchecked, as the Part says: "abc" gives 0.
+        // Kept on purpose: text converts unchecked, so "abc" reads as 0 with result 0.
         value = int(std::strtol(textOf(node).c_str(), nullptr, 10));
         return 0;
     });

@@ -12,7 +12,7 @@ struct NamedEntity {
     const char* name;
     const char* text;
 };
-// In the Part's order of look-up.
+// Tried in this order.
 const NamedEntity NAMED_ENTITIES[] = {{"lt", "<"}, {"gt", ">"}, {"amp", "&"}, {"apos", "'"}, {"quot", "\""}};
 
 // The digit's value in base 10 or 16, or -1.

@@ -1,4 +1,4 @@
-// Character entities of the XML reader (Part 5.2), private to qkl/text: the
+// Character entities of the XML reader, private to qkl/text: the
 // reader's own helpers, kept apart so that XmlReader.cpp holds the grammar.
 #ifndef QKL_TEXT_XMLENTITIES_H
 #define QKL_TEXT_XMLENTITIES_H

@@ -1,5 +1,5 @@
-// The two W3C schema namespaces that the text form (Parts 5.1, 5.2) and the
-// SOAP bridge (Part 6) write and read: one constant each.
+// The two W3C schema namespaces that the XML text form and the SOAP bridge
+// write and read: one constant each.
 #ifndef QKL_TEXT_XMLNAMESPACES_H
 #define QKL_TEXT_XMLNAMESPACES_H
 

@@ -1,10 +1,9 @@
-// The XML reader (Part 5.2): XML text into a QKLBinary document, the whole
-// message or the subtree under an iterator. The choices the Part leaves open
-// are listed in QKLBinary.h; the grammar is the Part's, token by token.
+// The XML reader: XML text into a QKLBinary document, the whole message or the
+// subtree under an iterator. How values are stored is listed in QKLBinary.h.
 //
 // Every parse goes into a fresh document first, so that a failure leaves the
 // message as it was: the whole-document form then adopts the parsed bytes,
-// the iterator form copies the parsed tree under the iterator (Part 2.3).
+// the iterator form copies the parsed tree under the iterator.
 //
 // The text is trusted to end with a zero byte and nothing else: every scan
 // stops at that byte, every look-ahead reads only behind a byte already known
@@ -30,7 +29,7 @@ using binary::Node;
 
 namespace {
 
-// Policy bits of the message (Part 5.2): an unknown element is dropped instead
+// Policy bits of the message (QKLBinary::Policy): an unknown element is dropped instead
 // of being kept as an XML fragment; an unknown element fails the parse.
 const unsigned int DROP_UNKNOWN = 1;
 const unsigned int UNKNOWN_FAILS = 2;
@@ -53,7 +52,7 @@ void skipWhite(const char*& cursor) {
 bool endsElementName(char c) { return c == '>' || c == '/' || c == '\0' || isWhite(c); }
 
 // An attribute name ends at "=" (or the zero byte, a failure). A character that
-// cannot stand in a name means that the name has no "=": the Part's error.
+// cannot stand in a name means that the name has no "=": a malformed text.
 bool strayInAttributeName(char c) { return isWhite(c) || c == '<' || c == '>' || c == '/' || c == '"'; }
 
 // The part of `name` before / behind its first ":" (empty / all of it without one).
@@ -125,12 +124,11 @@ int knownElementID(const QKLProtocolIDMap& map, const CharArray& name) {
     return id;
 }
 
-// Step 1 of the element: a known name; else the local part of a prefixed name,
-// found or assigned; else a new per-document ID. For a name without ":" that
-// is findStr: its look-ups are the ones just made, so what is left of it is
-// the Part's "counter, decremented, then insertID(name, id, 0, true)" (the
-// counter is not writable from outside the map). A prefixed name whose local
-// part is empty names nothing: 0, an unknown element.
+// An element's ID: a known name; else the local part of a prefixed name, found
+// or assigned; else a new per-document ID. For a name without ":" findStr
+// repeats the look-ups just made and then assigns the next per-document ID
+// (the map's counter is private to it). A prefixed name whose local part is
+// empty names nothing: 0, an unknown element.
 int elementID(QKLProtocolIDMap& map, const CharArray& name) {
     const int id = knownElementID(map, name);
     if (id != 0) return id;
@@ -154,7 +152,7 @@ CharArray prefixURI(const QKLProtocolIDMap& map, const std::map<CharArray, int>&
     return found == prefixes.end() || found->second == 0 ? CharArray() : map.findIDC(found->second);
 }
 
-// The element's payload: its text, unescaped, as a plain node (Part 5.2 step 5).
+// The element's payload: its text, unescaped, as a plain node.
 int storeText(QKLBinaryInternals& document, BinaryPath& path, const char* begin, const char* end) {
     std::string text(begin, end);
     if (text.find('&') != std::string::npos && Internal::xmlUnescape(text) != 0) return -1;
@@ -180,7 +178,7 @@ int readTrailer(const char* cursor) {
 }
 
 // True when a node of the tree has tag 0 (a kept unknown element): the subtree
-// copy of Part 2.3 finds no name for it and would fail halfway through.
+// copy (binary::CopyAssistant) finds no name for it and would fail halfway through.
 bool holdsFragment(const QKLBinaryInternals& document) {
     const binary::Format format = document.format();
     const unsigned int end = format.beyond(binary::HEADER_SIZE);
@@ -292,7 +290,7 @@ int QKLBinary::fromText(const char*& cursor, BinaryPath& path, const NamespacePr
             if (xmlTypeFromText(path, prefixOf(type.name), localOf(type.value), prefixOf(type.value), *scope) != 0)
                 return -1;
         }
-        // After the type: a container with a namespace takes no complex type (Part 2.2).
+        // After the type: setComplexType leaves a container with a namespace as it is.
         const CharArray elementPrefix = prefixOf(name);
         const NamespacePrefixes::const_iterator ns = scope->find(elementPrefix);
         if (!elementPrefix.empty() && ns != scope->end() && ns->second != 0 &&

@@ -1,4 +1,4 @@
-// The XML writer (Part 5.1): the text form of a QKLBinary document, or of the
+// The XML writer: the text form of a QKLBinary document, or of the
 // subtree under an iterator. Element names come from the header attribute table
 // (tags 200 and below) or the document's ID map; namespaces get the prefixes
 // "ns1", "ns2" ... in the order the writer meets them, declared in the first
@@ -39,7 +39,7 @@ const char* const XSI_DECLARATION = " xmlns:xsi=";
 const char* const XMLNS_DECLARATION = " xmlns:";
 const char* const XSI_TYPE_ATTRIBUTE = " xsi:type=";
 
-// Tags up to this one are header attributes (Part 2.4), compared unsigned.
+// Tags up to this one are header attributes, compared unsigned.
 bool isHeaderAttribute(int tag) { return unsigned(tag) <= unsigned(QKLBinaryInternals::LAST_HEADER_TAG); }
 
 std::string textOf(const CharArray& name) { return std::string(name.ptr(), name.length()); }
@@ -75,7 +75,7 @@ void appendEscaped(std::string& out, const char* text, size_t length) {
 using binary::numberOf;
 using binary::storedText;
 
-// Appends a value node's stored text (Part 3.2), escaped unless `raw`; nothing for a
+// Appends a value node's stored text, escaped unless `raw`; nothing for a
 // container, for a value too short for its type and for the types that carry no value.
 void appendValue(std::string& out, const Node& node, bool raw = false) {
     std::int32_t number = 0;
@@ -147,8 +147,8 @@ void appendQualified(std::string& out, const std::string& prefix, const CharArra
 
 // A header attribute goes into its parent's start tag just before the ">" at
 // `close`; `close` then moves behind the inserted text, so the attributes stand
-// in document order. Its value is written raw, not escaped: the reader (Part 5.2)
-// stores "the raw value text" of a header attribute, so this is what round-trips.
+// in document order. Its value is written raw, not escaped: the reader stores a
+// header attribute's text as it stands, so this is what round-trips.
 void insertHeaderAttribute(std::string& out, std::string::size_type& close, const CharArray& name,
                            const Node& node) {
     std::string attribute(1, ' ');
