@@ -1,4 +1,4 @@
-// QKLMessage (Part 1.1): the abstract message, a tree of elements under one
+// QKLMessage: the abstract message, a tree of elements under one
 // root plus a small header of fixed fields. The base supplies what is the same
 // for every protocol: copy-on-write sharing of one document between several
 // message objects through one atomic count, the origin/target/session
@@ -6,7 +6,7 @@
 //
 // Ownership: a message is released only through destroy(), never by delete
 // from outside; auto_destroy is the single-owner holder. Shallow copies share
-// one document and one count until a write (Part 1.2 validateInternals) makes
+// one document and one count until a write (the iterator's validateInternals) makes
 // the writer's copy private through hardcopy().
 //
 // Results: 0 success, -1 failure, except toTextFile (the stream's error
@@ -44,7 +44,7 @@ public:
     QKLMessage(const QKLMessage&) = delete;
     QKLMessage& operator=(const QKLMessage&) = delete;
 
-    // ---- virtual slots, in the Part's order ----
+    // ---- virtual slots, in slot order: the vtable layout is part of the interface ----
     virtual int init(const char* buf, int len) = 0;
     virtual int create(const char* rootName) = 0;
     // Releases this object; the document too when it was its last sharer.

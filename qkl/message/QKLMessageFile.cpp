@@ -1,4 +1,4 @@
-// Message text files (Part 1.1): toTextFile and fromTextFile.
+// Message text files: toTextFile and fromTextFile.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>

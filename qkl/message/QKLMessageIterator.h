@@ -1,4 +1,4 @@
-// QKLMessageIterator (Part 1.2): the abstract cursor through which every caller
+// QKLMessageIterator: the abstract cursor through which every caller
 // reads and builds the element tree of a message. It stands on one element at
 // a time. Most operations exist twice: by element name or "/"-path ("" is the
 // current element) and by element ID (0 is the current element).
@@ -30,14 +30,14 @@ public:
     static const std::string EmptyName;
     // "false": the one text besides "0" and "" that the boolean read takes as false.
     static const std::string FalseText;
-    // The flag word of every whole-message text rendering (Part 5.1).
+    // The flag word of every whole-message text rendering.
     static constexpr int TEXT_FLAGS = 40500;
 
     explicit QKLMessageIterator(QKLMessage* message) : m_message(message) {}
     QKLMessageIterator(const QKLMessageIterator&) = default;
     QKLMessageIterator& operator=(const QKLMessageIterator&) = default;
 
-    // ---- virtual slots, in the Part's order ----
+    // ---- virtual slots, in slot order: the vtable layout is part of the interface ----
     virtual ~QKLMessageIterator();
     virtual QKLMessage* getMessage() const { return m_message; }
     virtual QKLMessageIterator* newIterator(bool withCopy) const = 0;

@@ -1,6 +1,5 @@
-// QKLMessage::genReply (Part 1.1): the reply to a request. The failure of a
-// single step is ignored, as the Part says: a reply is always returned once
-// its "packet" could be made.
+// QKLMessage::genReply: the reply to a request. The failure of a single step
+// is ignored on purpose: a reply is always returned once its "packet" could be made.
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -13,7 +12,7 @@ namespace QKL {
 
 namespace {
 
-// Step 3: each header field independently, when the request has it.
+// Each header field independently, when the request has it.
 void copyHeader(const QKLMessage& request, QKLMessage& reply) {
     std::string text;
     int number = 0;
@@ -24,7 +23,7 @@ void copyHeader(const QKLMessage& request, QKLMessage& reply) {
     if (request.getSession(text) == 0) reply.setSessionID(text);
 }
 
-// Step 5: the request's "src" list comes back as the reply's "dst", without "host".
+// The request's "src" list comes back as the reply's "dst", without "host".
 void copySourceList(const QKLMessageIterator& request, QKLMessageIterator& reply) {
     if (request.firstChild(QKLMessage::SOURCE) != 0) return;
     reply.newChild(QKLMessage::DESTINATION);
@@ -39,7 +38,7 @@ void copySourceList(const QKLMessageIterator& request, QKLMessageIterator& reply
     request.seekUp();
 }
 
-// Step 6: a plain cookie value (cut at its first NUL), else the whole cookie subtree.
+// A plain cookie value (cut at its first NUL), else the whole cookie subtree.
 void copyCookie(const QKLMessageIterator& request, QKLMessageIterator& reply) {
     std::string value;
     if (request.getValue(value, QKLMessage::COOKIE) == 0) {

@@ -1,4 +1,4 @@
-// The registry (Part 1.3) and the static operations of QKLMessage that rest on it (Part 1.1).
+// The registry and the static operations of QKLMessage that rest on it.
 #include "qkl/message/QKLMsgFactory.h"
 
 #include "qkl/binary/QKLBinary.h"

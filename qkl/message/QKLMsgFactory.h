@@ -1,4 +1,4 @@
-// The protocol factory registry (Part 1.3). A factory makes empty messages of
+// The protocol factory registry. A factory makes empty messages of
 // its protocol and messages from received bytes, and recognises its byte
 // streams. Factories register themselves by protocol name in one process-wide
 // registry; one of them is the default through which QKLMessage makes messages.

@@ -17,7 +17,7 @@ const char* const kSessionWord = "qkl";
 const char kSeparator = '.';
 const Pos kReservedLength = 256;
 
-// Field numbers of the Part's table, as positions from the front.
+// Field numbers, counted from the front ("qkl" is field 1).
 const int kVersionField = 2;
 const int kTypeField = 3;
 const int kEIDField = 4;
@@ -49,14 +49,14 @@ Bounds fieldBeforeLast(const std::string& text) {
 }
 
 // The one place that turns bounds into a field; out stays as it was when a
-// separator is missing (Part 1.4).
+// separator is missing.
 bool readField(const std::string& text, Bounds bounds, std::string& out) {
     if (bounds.before == npos || bounds.after == npos) return false;
     out.assign(text, bounds.before + 1, bounds.after - bounds.before - 1);
     return true;
 }
 
-// atoi, as the Part says, written as glibc defines atoi: (int)strtol. Unlike
+// atoi, written as glibc defines it: (int)strtol. Unlike
 // std::atoi this is defined for out-of-range text, which a received session
 // ID may hold.
 int numberField(const std::string& text, Bounds bounds) {
@@ -68,7 +68,7 @@ int numberField(const std::string& text, Bounds bounds) {
 }  // namespace
 
 void QKLSessionID::create(int version, int type, const std::string& eid, const std::string& targetEid) {
-    const std::string id = generateID();  // first, as the Part orders it
+    const std::string id = generateID();
     // Built aside and swapped in: eid or targetEid may be this very object.
     std::string text;
     text.reserve(kReservedLength);

@@ -1,4 +1,4 @@
-// Part 1.4: a session identifier kept as plain text, six fields joined by '.':
+// QKLSessionID: a session identifier kept as plain text, six fields joined by '.':
 //   qkl . version . type . EID . target EID . generated unique ID
 // e.g. "qkl.40500.1.node-a.node-b.1b4e28ba-2fa1-41d2-883f-0016d3cca427".
 #ifndef QKL_MESSAGE_QKLSESSIONID_H
@@ -9,7 +9,7 @@
 namespace QKL {
 
 // The class IS the text (it adds no fields), so it travels wherever a
-// std::string does, e.g. in the message header (Part 1.1).
+// std::string does, e.g. in the message header.
 class QKLSessionID : public std::string {
 public:
     QKLSessionID() {}

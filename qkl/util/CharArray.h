@@ -53,7 +53,7 @@ private:
 };
 
 // The empty name: "" with length 0. Look-ups that find no name return a
-// reference to it (Parts 4.1, 4.2), never a null pointer.
+// reference to it, never a null pointer.
 extern const CharArray nullCharArray;
 
 }  // namespace Internal

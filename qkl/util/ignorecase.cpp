@@ -15,7 +15,7 @@ ignorecase_string toCase(const ignorecase_string& s, int (*function)(int)) {
 // matching ignores case.
 template <class String>
 void replaceAll(String& text, const String& pattern, const String& replacement) {
-    // An empty pattern makes this loop endless on purpose (Part 7.1). A loop
+    // An empty pattern makes this loop endless on purpose (see srch_repl). A loop
     // whose steps have no observable effect may be assumed by the compiler to
     // end ([intro.progress]), so each step touches a volatile: the endless
     // loop then really runs, instead of being undefined behaviour.

@@ -1,4 +1,4 @@
-// Part 7.1: a string type whose comparisons and searches ignore letter case,
+// ignorecase_string: a string type whose comparisons and searches ignore letter case,
 // used for all searching in SOAP text, plus case conversion and replace-all.
 #ifndef QKL_UTIL_IGNORECASE_H
 #define QKL_UTIL_IGNORECASE_H
@@ -18,8 +18,8 @@ struct ignorecase_traits : std::char_traits<char> {
     static bool eq(char a, char b) { return upper(a) == upper(b); }
     static bool lt(char a, char b) { return upper(a) < upper(b); }
 
-    // The result is the sign at the first difference only (1 / -1), as the
-    // Part fixes it, not the difference of the characters.
+    // The result is the sign at the first difference only (1 / -1), not the
+    // difference of the characters.
     static int compare(const char* p, const char* q, std::size_t n) {
         for (std::size_t i = 0; i < n; ++i)
             if (!eq(p[i], q[i])) return lt(p[i], q[i]) ? -1 : 1;
@@ -63,7 +63,7 @@ ignorecase_string toUpper(const ignorecase_string& s);
 // HAZARD: never pass an empty pattern: the call does not return. The empty
 // pattern matches at the current position on every step, so the loop never
 // ends (it grows text without bound when replacement is non-empty). This is
-// the Part's deliberate behaviour and is pinned by a test; check before calling.
+// kept on purpose and pinned by a test; check before calling.
 void srch_repl(ignorecase_string& text, const ignorecase_string& pattern,
                const ignorecase_string& replacement);
 void srch_repl(std::string& text, const std::string& pattern, const std::string& replacement);

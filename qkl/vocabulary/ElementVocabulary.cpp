@@ -1,15 +1,16 @@
-// The element vocabulary (Part 4.1): IDs 1001-2304, strictly by position,
+// The element vocabulary: IDs 1001-2304, strictly by position,
 // five rows a line (the comment gives the first ID of the line).
 //
 // Wire contract: two programs exchange binary messages only if their tables
 // agree row for row, so rows are never reordered or removed; a retired ID
 // stays as an EMPTY_ROW so that every later ID keeps its value.
 //
-// The rows marked "spec rows" are fixed by Part 4.1 (the library refers to
-// some of them by ID, e.g. 1398 "packet", 1724 "packet_header"). All other
-// rows are this implementation's choice of the management modules' operation
-// and field names: lower case letters, digits and underscores, at most 34
-// characters, distinct from each other and from every type name.
+// Rows marked "fixed" are the ones the library and its peers name by ID (e.g.
+// 1398 "packet", 1724 "packet_header"): they cannot move or change their text,
+// or code using the ID would name another element. All other rows are the
+// management modules' operation and field names: lower case letters, digits
+// and underscores, at most 34 characters, distinct from each other and from
+// every type name.
 #include "qkl/vocabulary/QKLDefaultMap.h"
 
 namespace QKL {
@@ -17,20 +18,20 @@ namespace Internal {
 namespace {
 
 const char* const kElementRows[] = {
-    /* 1001 */ "alerts", "veid", "alert", "time", "resource",  // spec rows: 1001, 1002, 1003, 1004
-    /* 1006 */ "limit", "type", "value", "usage", "id",  // spec rows: 1007, 1010
+    /* 1001 */ "alerts", "veid", "alert", "time", "resource",  // fixed: 1001, 1002, 1003, 1004
+    /* 1006 */ "limit", "type", "value", "usage", "id",  // fixed: 1007, 1010
     /* 1011 */ "soft_limit", "hard_limit", "current_value", "threshold", "level",
     /* 1016 */ "subject", "description", "severity", "state", "status",
-    /* 1021 */ "configuration", "count", "total", "free", "used",  // spec rows: 1021
-    /* 1026 */ "name", "available", "percent", "unit", "interval",  // spec rows: 1026
+    /* 1021 */ "configuration", "count", "total", "free", "used",  // fixed: 1021
+    /* 1026 */ "name", "available", "percent", "unit", "interval",  // fixed: 1026
     /* 1031 */ "period", "start_time", "end_time", "duration", "timestamp",
     /* 1036 */ "created", "modified", "uid", "gid", "owner",
-    /* 1041 */ "user", "group", "password", "system", "login",  // spec rows: 1044
+    /* 1041 */ "user", "group", "password", "system", "login",  // fixed: 1044
     /* 1046 */ "realm", "domain", "path", "file", "directory",
     /* 1051 */ "mode", "size", "offset", "length", "content",
     /* 1056 */ "encoding", "format", "filter", "pattern", "recursive",
     /* 1061 */ "force", "template", "parameter", "parameters", "option",
-    /* 1066 */ "options", "key", "host", "param", "result",  // spec rows: 1068
+    /* 1066 */ "options", "key", "host", "param", "result",  // fixed: 1068
     /* 1071 */ "results", "item", "items", "entry", "entries",
     /* 1076 */ "list", "info", "details", "summary", "comment",
     /* 1081 */ "title", "label", "tag", "tags", "flags",
@@ -51,7 +52,7 @@ const char* const kElementRows[] = {
     /* 1156 */ "mount_point", "filesystem", "fs_type", "read_only", "capacity",
     /* 1161 */ "transfer", "bytes_in", "bytes_out", "packets_in", "packets_out",
     /* 1166 */ "errors_in", "errors_out", "drops_in", "drops_out", "rate",
-    /* 1171 */ "net", "net_address", "net_class", "net_device", "progress",  // spec rows: 1175
+    /* 1171 */ "net", "net_address", "net_class", "net_device", "progress",  // fixed: 1175
     /* 1176 */ "net_nic", "ip_address", "ip_addresses", "ip_range", "ip_mask",
     /* 1181 */ "ip_version", "get_alert", "list_alerts", "add_alert", "remove_alert",
     /* 1186 */ "clear_alert", "alert_id", "alert_type", "alert_class", "alert_data",
@@ -61,7 +62,7 @@ const char* const kElementRows[] = {
     /* 1206 */ "ve_name", "ve_config", "ve_status", "ve_state", "ve_type",
     /* 1211 */ "ve_list", "ve_info", "ve_template", "ve_root", "ve_private",
     /* 1216 */ "ve_hostname", "ve_layout", "ve_uptime", "get_config", "set_config",
-    /* 1221 */ "reset_config", "config_file", "version", "message", "config_name",  // spec rows: 1223, 1224
+    /* 1221 */ "reset_config", "config_file", "version", "message", "config_name",  // fixed: 1223, 1224
     /* 1226 */ "config_value", "config_sample", "get_info", "info_options", "info_level",
     /* 1231 */ "get_service", "list_services", "start_service", "stop_service", "restart_service",
     /* 1236 */ "enable_service", "disable_service", "service_id", "service_name", "service_state",
@@ -78,13 +79,13 @@ const char* const kElementRows[] = {
     /* 1291 */ "uninstall_package", "update_package", "package_id", "package_name", "package_list",
     /* 1296 */ "package_version", "release", "repository", "repositories", "installed",
     /* 1301 */ "dependencies", "create_backup", "remove_backup", "restore_backup", "list_backups",
-    /* 1306 */ "get_backup", "data", "backup_id", "backup_list", "backup_node",  // spec rows: 1307
+    /* 1306 */ "get_backup", "data", "backup_id", "backup_list", "backup_node",  // fixed: 1307
     /* 1311 */ "backup_path", "backup_size", "backup_type", "backup_storage", "full",
     /* 1316 */ "incremental", "differential", "compression", "include", "exclude",
-    /* 1321 */ "create_snapshot", "request", "remove_snapshot", "revert_snapshot", "list_snapshots",  // spec rows: 1322
+    /* 1321 */ "create_snapshot", "request", "remove_snapshot", "revert_snapshot", "list_snapshots",  // fixed: 1322
     /* 1326 */ "get_snapshot", "snapshot_id", "snapshot_name", "snapshot_list", "parent_id",
     /* 1331 */ "create_task", "remove_task", "list_tasks", "get_task", "cancel_task",
-    /* 1336 */ "run_task", "origin", "task_id", "task_list", "task_state",  // spec rows: 1337
+    /* 1336 */ "run_task", "origin", "task_id", "task_list", "task_state",  // fixed: 1337
     /* 1341 */ "task_type", "task_info", "get_schedule", "set_schedule", "remove_schedule",
     /* 1346 */ "schedule_id", "start_date", "end_date", "days_of_week", "day_of_month",
     /* 1351 */ "months", "repeat", "add_trigger", "remove_trigger", "list_triggers",
@@ -96,9 +97,9 @@ const char* const kElementRows[] = {
     /* 1381 */ "partition_size", "add_firewall_rule", "remove_firewall_rule", "list_firewall_rules", "get_firewall_rule",
     /* 1386 */ "rule_id", "rule_list", "chain", "action", "policy_name",
     /* 1391 */ "direction", "add_route", "remove_route", "list_routes", "route_list",
-    /* 1396 */ "error", "metric", "packet", "table", "cookie",  // spec rows: 1396, 1398, 1400
-    /* 1401 */ "target", "create_vlan", "remove_vlan", "ok", "code",  // spec rows: 1401, 1404, 1405
-    /* 1406 */ "list_vlans", "vlan_id", "vlan_tag", "priority", "create_bridge",  // spec rows: 1409
+    /* 1396 */ "error", "metric", "packet", "table", "cookie",  // fixed: 1396, 1398, 1400
+    /* 1401 */ "target", "create_vlan", "remove_vlan", "ok", "code",  // fixed: 1401, 1404, 1405
+    /* 1406 */ "list_vlans", "vlan_id", "vlan_tag", "priority", "create_bridge",  // fixed: 1409
     /* 1411 */ "remove_bridge", "list_bridges", "bridge_name", "bridge_ports", "create_ip_pool",
     /* 1416 */ "remove_ip_pool", "list_ip_pools", "get_ip_pool", "ip_pool_id", "pool_name",
     /* 1421 */ "pool_size", "allocated", "get_quota", "set_quota", "quota_type",
@@ -107,7 +108,7 @@ const char* const kElementRows[] = {
     /* 1436 */ "record", "records", "get_event", "list_events", "subscribe_event",
     /* 1441 */ "unsubscribe_event", "event_id", "event_type", "event_class", "event_data",
     /* 1446 */ "event_time", "event_source", "get_counter", "list_counters", "reset_counter",
-    /* 1451 */ "counter_name", "counter_value", "timeout", "counters", "get_license",  // spec rows: 1453
+    /* 1451 */ "counter_name", "counter_value", "timeout", "counters", "get_license",  // fixed: 1453
     /* 1456 */ "install_license", "remove_license", "check_license", "license_key", "license_type",
     /* 1461 */ "license_id", "expiration_date", "get_certificate", "install_certificate", "remove_certificate",
     /* 1466 */ "list_certificates", "certificate_id", "certificate_data", "private_key", "issuer",
@@ -146,8 +147,8 @@ const char* const kElementRows[] = {
     /* 1631 */ "verify", "verified", "attempts", "retries", "retry_interval",
     /* 1636 */ "max_retries", "delay", "deadline", "expire_time", "created_by",
     /* 1641 */ "modified_by", "operator", "operators", "operator_name", "functional",
-    /* 1646 */ "periodic", "monitor", "monitors", "src", "start_monitor",  // spec rows: 1649
-    /* 1651 */ "stop_monitor", "dst", "set_period", "auth", "auth_name",  // spec rows: 1652
+    /* 1646 */ "periodic", "monitor", "monitors", "src", "start_monitor",  // fixed: 1649
+    /* 1651 */ "stop_monitor", "dst", "set_period", "auth", "auth_name",  // fixed: 1652
     /* 1656 */ "auth_type", "credentials", "root_credential", "credential", "principal",
     /* 1661 */ "principals", "sid", "ace", "acl", "security_descriptor",
     /* 1666 */ "permissions", "rights", "inherit", "allow", "deny",
@@ -161,12 +162,12 @@ const char* const kElementRows[] = {
     /* 1706 */ "target_path", "p2v", "v2v", "v2p", "relocate",
     /* 1711 */ "relocation", "progress_event", "progress_value", "progress_max", "stage",
     /* 1716 */ "stage_name", "step", "steps", "percent_done", "eta",
-    /* 1721 */ "cancelled", "finished", "failed", "packet_header", "succeeded",  // spec rows: 1724
+    /* 1721 */ "cancelled", "finished", "failed", "packet_header", "succeeded",  // fixed: 1724
     /* 1726 */ "http_port", "https_port", "ftp_port", "ssh_port", "smtp_port",
     /* 1731 */ "pop3_port", "imap_port", "proxy", "proxy_host", "proxy_port",
     /* 1736 */ "proxy_user", "no_proxy", "update_channel", "update_url", "updates",
     /* 1741 */ "available_updates", "install_updates", "director", "director_host", "director_port",
-    /* 1746 */ "agent", "agent_version", "session", "agent_id", "protocol_version",  // spec rows: 1748
+    /* 1746 */ "agent", "agent_version", "session", "agent_id", "protocol_version",  // fixed: 1748
     /* 1751 */ "min_version", "max_version", "compat_mode", "sso", "sso_url",
     /* 1756 */ "application", "applications", "application_id", "perf_data", "perf_stat",
     /* 1761 */ "perf_counter", "perf_interval", "collect_interval", "keep_days", "row",
@@ -277,7 +278,7 @@ const char* const kElementRows[] = {
     /* 2286 */ "tenant", "tenant_id", "project", "project_id", "region_id",
     /* 2291 */ "zone_id", "datacenter", "rack", "tags_list", "tag_name",
     /* 2296 */ "tag_value", "note", "notes", "history", "history_size",
-    /* 2301 */ "enable_ipv6", "ipv6_address", "inactive_session_expiration", "list_ids",  // spec rows: 2303, 2304
+    /* 2301 */ "enable_ipv6", "ipv6_address", "inactive_session_expiration", "list_ids",  // fixed: 2303, 2304
 };
 
 static_assert(sizeof(kElementRows) / sizeof(kElementRows[0]) == ELEM_COUNT, "one row per element ID 1001-2304");

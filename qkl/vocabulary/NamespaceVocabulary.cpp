@@ -1,4 +1,4 @@
-// The namespace vocabulary (Part 4.1): IDs 201-311, strictly by position.
+// The namespace vocabulary: IDs 201-311, strictly by position.
 // Wire contract: never reorder or remove a row; a retired ID stays as an
 // empty row so that every later ID keeps its value.
 #include "qkl/vocabulary/QKLDefaultMap.h"
@@ -31,7 +31,7 @@ const char* const kNamespaceRows[] = {
     /* 215 */ QKA_3_0_3 "hw_memory",
     /* 216 */ QKA_3_0_3 "hw_net",
     /* 217 */ QKA_3_0_3 "hwm",
-    /* 218 */ QKA_3_0_3 "kernel",  // implementer's choice (the spec leaves 218 open)
+    /* 218 */ QKA_3_0_3 "kernel",
     /* 219 */ QKA_3_0_3 "lim",
     /* 220 */ QKA_3_0_3 "mailc",
     /* 221 */ QKA_3_0_3 "mailerc",
@@ -97,7 +97,7 @@ const char* const kNamespaceRows[] = {
     /* 281 */ QKL_4_0_0 "resourcem",
     /* 282 */ QKL_4_0_0 "backupm",
     /* 283 */ QKL_4_0_0 "scheduler",
-    /* 284 */ QKL_4_0_0 "licensem",  // implementer's choice (the spec leaves 284 open)
+    /* 284 */ QKL_4_0_0 "licensem",
     /* 285 */ QKL_4_0_0 "alertm",
     /* 286 */ QKL_4_0_0 "data_storagem",
     /* 287 */ QKL_4_0_0 "mailer",

@@ -76,8 +76,8 @@ const Vocabularies& vocabularies() {
     return built;
 }
 
-// ... and otherwise built while the library loads, as Part 4.1 asks, so that
-// no reader ever pays for the build.
+// ... and otherwise built while the library loads, so that no reader ever pays
+// for the build.
 [[maybe_unused]] const Vocabularies& g_builtAtLoad = vocabularies();
 
 }  // namespace

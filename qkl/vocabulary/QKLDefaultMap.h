@@ -1,4 +1,4 @@
-// The compiled-in vocabularies (Part 4.1): element, namespace and type names
+// The compiled-in vocabularies: element, namespace and type names
 // and their IDs. The IDs travel inside binary documents, so the tables are
 // part of the wire contract and change only by appending.
 #ifndef QKL_VOCABULARY_QKLDEFAULTMAP_H
@@ -41,7 +41,7 @@ const Internal::CharArray& getStringByTypeIdDefault(int id);
 int getTypeIdByStringDefault(const char* name, unsigned long length);
 
 // Stateless adapter: these addresses are the default look-ups handed to
-// QKLProtocolIDMap (Part 4.2) as int (*)(const CharArray&).
+// QKLProtocolIDMap as int (*)(const CharArray&).
 struct QKLDefaultMap {
     static int findElem(const Internal::CharArray& name);
     static int findNS(const Internal::CharArray& name);

@@ -1,4 +1,4 @@
-// QKLLookASide: the allocator of the ID maps' tree nodes (Part 4.2). Single
+// QKLLookASide: the allocator of the ID maps' tree nodes (QKLProtocolIDMap). Single
 // nodes come from, and go back to, a process-wide free list (QKLSideList),
 // so building and dropping many small documents does not hit the general
 // allocator. Up to SIDE_LIST_KEPT free nodes are kept; more are freed.

@@ -1,6 +1,6 @@
-// QKLProtocolIDMap (Part 4.2): the per-document map between names outside the
+// QKLProtocolIDMap: the per-document map between names outside the
 // compiled-in vocabularies and their negative, per-document IDs. It mirrors
-// the map area of one document (Part 2.1), decodes it lazily on the first
+// the map area of one document, decodes it lazily on the first
 // look-up, and appends new names to both itself and the document.
 //
 // ID spaces: element and namespace IDs share one space, type IDs are another.

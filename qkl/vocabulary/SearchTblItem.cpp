@@ -79,8 +79,8 @@ void SearchTblItem::increaseHead(char n) {
     const int grow = n;
     QKL_ASSERT(grow > 0);
     QKL_ASSERT(m_count + grow >= 1);
-    // Not in the spec's list, but count is a signed char: a wider span would
-    // overflow it. Reported like the others, and refused.
+    // count is a signed char: a wider span would overflow it. Reported like the
+    // others, and refused.
     QKL_ASSERT(m_count + grow <= MAX_SLOTS);
     if (grow <= 0 || m_count + grow > MAX_SLOTS) return;
     m_children = resizedSlots(m_children, m_count + grow);

@@ -1,5 +1,5 @@
 // SearchTblItem: one node of the character trie behind the compiled-in
-// vocabularies (Part 4.1). A node owns its subtree.
+// vocabularies. A node owns its subtree.
 #ifndef QKL_VOCABULARY_SEARCHTBLITEM_H
 #define QKL_VOCABULARY_SEARCHTBLITEM_H
 

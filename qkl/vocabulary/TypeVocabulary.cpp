@@ -1,4 +1,4 @@
-// The type vocabulary (Part 4.1): complex (xsi) type names, IDs 101-389,
+// The type vocabulary: complex (xsi) type names, IDs 101-389,
 // strictly by position, four rows a line (the comment gives the first ID).
 // Wire contract: never reorder or remove a row; a retired ID stays as an
 // EMPTY_ROW so that every later ID keeps its value. Type IDs are a space of
@@ -36,8 +36,8 @@ const char* const kTypeRows[] = {
     /* 193 */ "navigate_wildType", "fileType", "credType", "firewallmType",
     /* 197 */ "port_rangeType", "ruleType", "ftpcType", "httpcType",
     /* 201 */ "directiveType", "navigatorType", "treeType", "sectionType",
-    /* 205 */ "blockType", "commentType", "parameterType", "limitType",  // implementer's choice: 205, 206, 208
-    /* 209 */ "lim_configType", "mail_configuratorType", "mlistType", "mailerType",  // implementer's choice: 209
+    /* 205 */ "blockType", "commentType", "parameterType", "limitType",
+    /* 209 */ "lim_configType", "mail_configuratorType", "mlistType", "mailerType",
     /* 213 */ "migratorType", "cloneoptionsType", "networkmType", "ip_routeType",  // 214 and 275 differ only by an underscore: both kept
     /* 217 */ "net_vlanType", "net_bridgeType", "op_logType", "pagerType",
     /* 221 */ "param_nameType", "param_valueType", "row_setType", "rowType",
@@ -66,7 +66,7 @@ const char* const kTypeRows[] = {
     /* 313 */ "packagemType", "proc_infoType", "relocatorType", "connectivity_infoType",
     /* 317 */ "ssoType", "applicationType", "server_group_configurationType", "computerm_configurationType",
     /* 321 */ "director_configurationType", "envm_configurationType", "event_log_configurationType", "filer_configurationType",
-    /* 325 */ "infrastructurem_configurationType", "networkm_configurationType", "op_log_configurationType", "perf_mon_configurationType",  // implementer's choice: 326
+    /* 325 */ "infrastructurem_configurationType", "networkm_configurationType", "op_log_configurationType", "perf_mon_configurationType",
     /* 329 */ "proc_info_configurationType", "configurationType", "res_log_configurationType", "securitym_configurationType",
     /* 333 */ "servicem_configurationType", "sessionm_configurationType", "system_configurationType", "authm_configurationType",
     /* 337 */ "backupm_configurationType", "scheduler_configurationType", "ip_poolmType", "poolType",
