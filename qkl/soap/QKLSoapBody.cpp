@@ -1,4 +1,4 @@
-// Part 6.2: the SOAP Body's operation element into data / operator, with the
+// The SOAP Body's operation element into data / operator, with the
 // operator, the operation's name and namespace, and the message version taken
 // from the operation's namespace URI.
 #include <memory>
@@ -35,12 +35,12 @@ size_t firstInnerTag(const ignorecase_string& body, size_t from, bool& markup) {
     return open;
 }
 
-// Step 1: the "<" of the operation element, searched from position 1.
+// The "<" of the operation element, searched from position 1.
 // DELIBERATE (kept as built): a "<" followed by "!" is searched again from its
 // own position, so a body whose first element is a comment or declaration
-// never returns. The volatile count is an observable step per round, so the
-// endless loop is the defined behaviour the Part describes rather than one the
-// compiler may assume away.
+// never returns; callers refuse such bodies first with neverCompletes(). The
+// volatile count is an observable step per round, so the endless loop really
+// runs rather than being assumed away by the compiler.
 size_t findOperationStart(const ignorecase_string& body) {
     volatile unsigned long rounds = 0;
     size_t from = 1;
@@ -53,9 +53,9 @@ size_t findOperationStart(const ignorecase_string& body) {
     }
 }
 
-// Step 5 without a prefix: from the first "xmlns" of the start tag (between
-// its first blank and its ">") not followed by ":", the text up to and
-// including the ">"; empty when there is none.
+// The declaration of an unprefixed operation: from the first "xmlns" of the
+// start tag (between its first blank and its ">") not followed by ":", the text
+// up to and including the ">"; empty when there is none.
 ignorecase_string defaultDeclaration(const ignorecase_string& operation, size_t blank, size_t tagEnd) {
     size_t at = blank;
     for (;;) {
@@ -67,9 +67,9 @@ ignorecase_string defaultDeclaration(const ignorecase_string& operation, size_t 
     }
 }
 
-// Step 5 with a prefix: "xmlns:" + prefix anywhere in the request (a plain
-// text match, so "ns" also finds a "ns1" declared first) through the second
-// double quote behind it; empty when any of these is missing.
+// The declaration of a prefixed operation: "xmlns:" + prefix anywhere in the
+// request (a plain text match, so "ns" also finds a "ns1" declared first)
+// through the second double quote behind it; empty when any of these is missing.
 ignorecase_string prefixDeclaration(const ignorecase_string& request, const ignorecase_string& prefix) {
     const size_t start = request.find(PREFIX_DECLARATION + prefix);
     if (start == npos) return ignorecase_string();
@@ -80,7 +80,7 @@ ignorecase_string prefixDeclaration(const ignorecase_string& request, const igno
     return request.substr(start, endQuote + 1 - start);
 }
 
-// Step 6: the quoted value behind the declaration's "="; false when missing.
+// The quoted value behind the declaration's "="; false when missing.
 bool declaredURI(const ignorecase_string& declaration, ignorecase_string& uri) {
     const size_t equals = declaration.find('=');
     if (equals == npos) return false;
@@ -92,9 +92,9 @@ bool declaredURI(const ignorecase_string& declaration, ignorecase_string& uri) {
     return true;
 }
 
-// Step 13: digits accumulate, any other character closes a two-digit group:
-// "4.5.0" gives 40500, "4.0" 400. Unsigned, so that a long run of digits from
-// the network wraps instead of overflowing.
+// The message version of a URI segment: digits accumulate, any other character
+// closes a two-digit group: "4.5.0" gives 40500, "4.0" 400. Unsigned, so that a
+// long run of digits from the network wraps instead of overflowing.
 int versionNumber(const ignorecase_string& text) {
     unsigned int total = 0, accumulator = 0;
     for (const char c : text) {
@@ -123,10 +123,10 @@ int QKLSoapConverter::convertBody(const char* bodyText, QKLMessage& msg) {
     if (open == npos) return fail(QKLSoapFault::ClientError, NoOperationText);
     const size_t close = body.rfind(CLOSING_TAG_START);
     if (close == npos) return fail(QKLSoapFault::ClientError, BodyNotParsedText);
-    // A "</" before the operation's "<" leaves no operation text (step 3 fails).
+    // A "</" before the operation's "<" leaves no operation text (NoOperationText).
     ignorecase_string operation = close > open ? body.substr(open, close - open) : ignorecase_string();
 
-    // Steps 3 and 4: the qualified name ends at the first blank of the start tag.
+    // The qualified name ends at the first blank of the start tag.
     const size_t tagEnd = operation.find('>');
     if (tagEnd == npos) return fail(QKLSoapFault::ClientError, NoOperationText);
     const size_t blank = operation.find(' ');
@@ -137,7 +137,7 @@ int QKLSoapConverter::convertBody(const char* bodyText, QKLMessage& msg) {
     const ignorecase_string prefix = colon != npos ? qualified.substr(0, colon) : ignorecase_string();
     const ignorecase_string name = toLower(colon != npos ? qualified.substr(colon + 1) : qualified);
 
-    // Steps 5 and 6: the operation's namespace URI, which must hold a "/".
+    // The operation's namespace URI, which must hold a "/".
     if (colon == npos && !blankInTag) return fail(QKLSoapFault::ClientError, NoOperationText);
     const ignorecase_string declaration = colon == npos ? defaultDeclaration(operation, blank, tagEnd)
                                                         : prefixDeclaration(context().message(), prefix);
@@ -146,23 +146,24 @@ int QKLSoapConverter::convertBody(const char* bodyText, QKLMessage& msg) {
     const size_t lastSlash = uri.rfind('/');
     if (lastSlash == npos) return fail(QKLSoapFault::ClientError, NoTargetOperatorText);
 
-    // Step 7: the header's target wins over the URI's last segment.
+    // The operator: the header's target wins over the URI's last segment.
     std::unique_ptr<QKLMessageIterator> it(msg.newIterator());
     std::string target;
     if (it == nullptr) return fail(QKLSoapFault::ClientError, BodyNotConvertedText);
     const ignorecase_string op = toLower(it->getValue(target, TARGET_ID) == 0 && !target.empty()
                                              ? toIgnoreCase(target)
                                              : uri.substr(lastSlash + 1));
-    // Step 8: the segment before the operator's, if there is a "/" before it.
+    // The version: the segment before the operator's, if there is a "/" before it.
     const size_t versionSlash = lastSlash > 0 ? uri.rfind('/', lastSlash - 1) : npos;
     const ignorecase_string version =
         versionSlash != npos ? uri.substr(versionSlash + 1, lastSlash - versionSlash - 1) : ignorecase_string();
 
-    // Step 9: so that xsi:type inside the operation can be read (after the
-    // "/" of a self-closing tag, deliberately: the reader then rejects it).
+    // xmlns:xsi in the start tag, so that xsi:type inside the operation can be
+    // read (after the "/" of a self-closing tag, deliberately: the reader then
+    // rejects it).
     operation.insert(tagEnd, toIgnoreCase(XSI_DECLARATION));
 
-    // Steps 10 and 11: the target (never for "system") and the cookie.
+    // The target (never for "system") and the cookie.
     it.reset(msg.newIterator());
     if (it == nullptr) return fail(QKLSoapFault::ClientError, BodyNotConvertedText);
     if (op != SYSTEM_OPERATOR && it->seekPresence(TARGET_ID) == -1) {
@@ -178,11 +179,11 @@ int QKLSoapConverter::convertBody(const char* bodyText, QKLMessage& msg) {
     it->putValue(toStdString(uri), OPERATION_NAMESPACE_ID);
     it->seekUp();
 
-    // Step 12: the operation under data / operator.
+    // The operation under data / operator.
     it->newChild(DATA_NAME);
     it->newChild(toStdString(op));
     if (it->fromTextToChild(operation.c_str()) < 0) return fail(QKLSoapFault::ClientError, BodyNotConvertedText);
-    // Step 13.
+    // The message version from the URI.
     if (!version.empty()) msg.setVersion(versionNumber(version));
     return 0;
 }

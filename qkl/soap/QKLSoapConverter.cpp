@@ -1,4 +1,4 @@
-// Part 6.2: the converter, its context, and the SOAP request's envelope and
+// The converter, its context, and the SOAP request's envelope and
 // header (the body is in QKLSoapBody.cpp, the reply in QKLSoapResponse.cpp).
 #include "qkl/soap/QKLSoapConverter.h"
 

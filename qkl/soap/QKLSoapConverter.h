@@ -1,4 +1,4 @@
-// Parts 6.2 and 6.3: the SOAP bridge between web-service calls and messages.
+// QKLSoapConverter: the SOAP bridge between web-service calls and messages.
 //
 // soapToQklmsg turns a SOAP 1.1/1.2 request into a message:
 //   - the SOAP Header's <packet_header> becomes the message's "packet" root
@@ -26,7 +26,7 @@
 //   - an xsi:type value whose prefix is declared only outside the operation
 //     element (xsi:type="xsd:int" with xsd declared on the Envelope): only
 //     the operation's text is parsed, with xmlns:xsi added, and the reader
-//     refuses an undeclared type prefix (Part 5.2);
+//     refuses an undeclared type prefix;
 //   - a root tag name followed by a line end or tab instead of a blank
 //     (":envelope " is searched with its blank);
 //   - an unprefixed operation whose start tag has no blank (no attributes);
@@ -35,7 +35,7 @@
 //   - a Body whose first element is a comment or declaration ("<!"): SEE THE
 //     HAZARD below.
 //
-// HAZARD (deliberate, Part 6.2 convertBody step 1): when the character after
+// HAZARD (deliberate, kept as built in convertBody): when the character after
 // the Body's first "<" is "!", the search for the operation element is
 // repeated from the same position and finds the same "<" again: the call
 // NEVER RETURNS. A caller facing untrusted clients must refuse such requests
@@ -86,12 +86,12 @@ private:
 
 class QKLSoapConverter {
 public:
-    // The namespace base of the answers (Part 6.3): the vocabulary's
+    // The namespace base of the answers: the vocabulary's
     // "/webservices/qkl/" base, so that a 4.0.0 answer's packet_header stands
     // in the protocol namespace 297 ".../qkl/4.0.0/protocol". Ends in "/".
     static constexpr char NamespaceBase[] = QKL_VOCABULARY_BASE_URI_TEXT "/webservices/qkl/";
 
-    // The failure texts, one constant each (Parts 6.2, 6.3).
+    // The failure texts, one constant each.
     static const char* const VersionMismatchText;            // "Version mismatch"
     static const char* const WrongPacketHeaderText;          // "Wrong packet header"
     static const char* const HeaderNotConvertedText;         // "Soap header cannot be converted to QKAgent message"
@@ -114,7 +114,7 @@ public:
     QKLSoapConverter& operator=(const QKLSoapConverter&) = delete;
     virtual ~QKLSoapConverter();
 
-    // Part 6.2, one step each, replaceable by a derived converter; 0 or -1
+    // The two halves of soapToQklmsg, replaceable by a derived converter; 0 or -1
     // with the fault set. headerText is the whole Header element or null:
     // without a <packet_header> the message gets an empty "packet" root.
     virtual int convertHeader(const char* headerText, QKLMessage& msg);

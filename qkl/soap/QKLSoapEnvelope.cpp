@@ -1,4 +1,4 @@
-// Part 6.1: the envelope, cut out of request text and assembled for replies.
+// QKLSoapEnvelope: the envelope, cut out of request text and assembled for replies.
 #include "qkl/soap/QKLSoapEnvelope.h"
 
 #include <cstdlib>
@@ -24,7 +24,7 @@ const SoapVersionMap& soapVersionMap() {
 
 namespace {
 
-// Built at library start, as the Part says, so that no first call pays for it.
+// Built at library start, so that no first call pays for it.
 const SoapVersionMap& builtAtStart = soapVersionMap();
 
 const ignorecase_string ENVELOPE_TAG = ":envelope ";

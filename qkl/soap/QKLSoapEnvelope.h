@@ -1,4 +1,4 @@
-// Part 6.1: SOAP envelopes and faults, as text.
+// SOAP envelopes and faults, as text.
 //
 // An envelope holds three pieces of text: its SOAP namespace URI, its Header
 // element and its Body element. fromText cuts them out of a request by plain,
@@ -29,7 +29,7 @@ typedef std::map<std::string, SoapVersion> SoapVersionMap;
 // The three pairs the map is built from, all inserted. The third maps the empty
 // URI to SOAP_NONE, deliberately: an envelope whose namespace declaration is
 // empty (xmlns:soap="") passes the version look-up with version 0 instead of
-// failing it (Part 6.2 then stores no fault object for its later failures).
+// failing it (the converter then stores no fault object for its later failures).
 extern const std::pair<const char*, SoapVersion> Map_SoapVersionMap_Array[3];
 
 // The map, built once from Map_SoapVersionMap_Array and read-only afterwards.

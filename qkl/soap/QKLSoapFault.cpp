@@ -1,4 +1,4 @@
-// Part 6.1: SOAP 1.1 and SOAP 1.2 fault envelopes.
+// QKLSoapFault: SOAP 1.1 and SOAP 1.2 fault envelopes.
 #include "qkl/common/QKLAssert.h"
 #include "qkl/soap/QKLSoapEnvelope.h"
 

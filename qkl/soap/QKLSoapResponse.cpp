@@ -1,4 +1,4 @@
-// Part 6.3: the agent's reply into a SOAP response or fault envelope.
+// The agent's reply into a SOAP response or fault envelope.
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -45,7 +45,7 @@ bool appendSiblings(const QKLMessage& reply, const QKLMessageIterator& at, const
     return true;
 }
 
-// Step 2: the namespace base plus the reply's version segment, "4.5.0/" for 0.
+// The namespace base plus the reply's version segment, "4.5.0/" for 0.
 std::string versionedBase(const QKLMessage& reply) {
     std::string session;
     int number = 0;
@@ -77,7 +77,7 @@ int QKLSoapConverter::qklmsgToSoap(QKLMessage& reply, SoapVersion version, QKLSo
     };
     if (it == nullptr) return fault(HeaderNotRenderedText);
 
-    // Steps 3 and 4: the system errors under data, else the operator's errors.
+    // The system errors under data, else the operator's errors.
     std::string errors;
     bool failed = false;
     if (it->seek(DATA_NAME) == 0) {
@@ -90,7 +90,7 @@ int QKLSoapConverter::qklmsgToSoap(QKLMessage& reply, SoapVersion version, QKLSo
         }
     }
 
-    // Step 5: the client's operation name and namespace, kept in the cookie.
+    // The client's operation name and namespace, kept in the cookie.
     it->seekRoot();
     if (it->seek(COOKIE_ID) != 0) return fault(NoCookieText);
     std::string operation, operationNamespace;
@@ -99,7 +99,7 @@ int QKLSoapConverter::qklmsgToSoap(QKLMessage& reply, SoapVersion version, QKLSo
     it->getValue(operationNamespace, OPERATION_NAMESPACE_ID);
     if (operationNamespace.empty()) return fault(NoOperationNamespaceText);
 
-    // Step 7: "<operation>Response" around the operator's answer.
+    // "<operation>Response" around the operator's answer.
     std::string response;
     it->seekRoot();
     if (!failed) {
@@ -115,7 +115,7 @@ int QKLSoapConverter::qklmsgToSoap(QKLMessage& reply, SoapVersion version, QKLSo
         response += "</" + operation + RESPONSE_SUFFIX + ">\n";
     }
 
-    // Step 8: the rest of the reply becomes the SOAP Header's packet_header.
+    // The rest of the reply becomes the SOAP Header's packet_header.
     it->seekRoot();
     if (it->seek(DATA_NAME) == 0) it->deleteFromChild();
     char* rendered = reply.toText(nullptr, base, QKLMessageIterator::TEXT_FLAGS);
@@ -125,7 +125,7 @@ int QKLSoapConverter::qklmsgToSoap(QKLMessage& reply, SoapVersion version, QKLSo
     srch_repl(header, PACKET_START, "<packet_header xmlns=\"" + base + PROTOCOL_SEGMENT + '"');
     srch_repl(header, PACKET_END, PACKET_HEADER_END);
 
-    // Step 9.
+    // A reply with errors: a Server/Receiver fault with the errors as detail.
     if (failed) {
         QKLSoapFault* answer = QKLSoapFault::createSoapFault(version, QKLSoapFault::ServerError, RespondedWithErrorText);
         if (answer == nullptr) return fault(UnsupportedVersionText);
