@@ -1,4 +1,4 @@
-// Document buffer and ID map (issue "Document buffer"; Parts 2.2, 4.1, 4.2):
+// Document buffer and ID map:
 //  - name -> ID through the vocabulary trie, against libxml2's dictionary and a
 //    std::unordered_map over the same names; `allocs` counts operator new calls per look-up;
 //  - appending a child at the end of the tree, against pugixml's append_child and

@@ -1,4 +1,4 @@
-// The SOAP bridge (issue "The SOAP bridge"; Parts 6.1-6.3) on a typical request:
+// The SOAP bridge on a typical request:
 // a SOAP 1.1 envelope with a packet_header and a GetList operation of 12 fields.
 //  - BM_Soap_RoundTrip: soapToQklmsg of the request, then qklmsgToSoap of the
 //    message (its own cookie answers it) and the response envelope's toText:

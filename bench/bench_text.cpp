@@ -1,4 +1,4 @@
-// The XML text form (issue "XML text form"; Parts 5.1, 5.2), on a typical agent
+// The XML text form, on a typical agent
 // reply: a packet with header fields, origin and target, and a data list of 200
 // elements with 5 typed fields each (int, string, long long, double, time).
 //  - toText of the message, against pugixml's save of the same tree;

@@ -1,4 +1,4 @@
-// Received bytes through every reader of issues 2 and 3: framing (probe),
+// Received bytes through every reader of the binary document: framing (probe),
 // adoption (QKLBinaryInternals::copy), the lazy decode of the map area, name
 // look-ups, a walk of the tree, and the subtree copy into another document.
 // Any read outside the bytes is an ASan finding.

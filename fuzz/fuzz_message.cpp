@@ -1,4 +1,4 @@
-// Received bytes through the message layer of issue 4: framing (isComplete),
+// Received bytes through the message layer: framing (isComplete),
 // QKLMsgFactory::createNew(bytes, length), a walk of the whole tree with an
 // iterator reading every value type, names, namespaces and types at each
 // node, the header getters, genReply, the insertion of the bytes under an
@@ -17,7 +17,7 @@ namespace {
 
 void silence(const char*, const char*, int) {}
 
-// Every read of Part 3.2 and the names of Part 3.3 at the current element.
+// Every typed value read and every name read at the current element.
 void readEverything(const QKL::QKLBinaryIterator& at) {
     std::string text;
     int number = 0;

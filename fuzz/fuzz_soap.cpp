@@ -1,12 +1,12 @@
-// SOAP text from the network through the bridge (Parts 6.1-6.3): the envelope
+// SOAP text from the network through the bridge: the envelope
 // split and reassembled, soapToQklmsg into a fresh message, the fault rendered
 // on failure, and on success the message answered with qklmsgToSoap (its own
 // cookie names the operation) and the response rendered. Any read outside the
 // text is an ASan finding; any crash or hang is a finding.
 //
-// Requests whose Body starts with "<!" never complete by design (Part 6.2
-// step 1); they are refused first with neverCompletes(), as the header tells
-// every caller facing untrusted clients to do.
+// A request whose Body starts with "<!" is never answered (kept on purpose, see
+// QKLSoapConverter.h); it is refused first with neverCompletes(), as every
+// caller facing untrusted clients must do.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -21,7 +21,7 @@ const char* const AGENT = "agent";
 const char* const OPERATOR = "env_manager";
 const char* const OPERATION = "GetList";  // as the request names it
 
-// No comment inside the Body: the converter would never finish (Part 6.2).
+// No comment inside the Body: the converter would never finish (see QKLSoapConverter.h).
 const char REQUEST[] = R"(<?xml version="1.0" encoding="UTF-8"?>
 <soap:Envelope xmlns:soap="http://schemas.xmlsoap.org/soap/envelope/">
 <soap:Header>
@@ -59,7 +59,7 @@ bool answerGetList(const QKLMessage& request, QKLMessage& reply) {
     const std::unique_ptr<QKLMessageIterator> answer(reply.newIterator());
     if (!answer || answer->seek(QKLMessage::DATA) != 0 || answer->newChild(OPERATOR) != 0) return false;
     // newChild for a list of equal names; a write with the empty name acts on
-    // the new element and then ends on its parent (Part 3.2), ready for the next.
+    // the new element and then ends on its parent, ready for the next.
     for (const auto& row : ANSWER)
         if (answer->newChild(row[0]) != 0 || answer->putValue(std::string(row[1]), std::string()) != 0) return false;
     return true;

@@ -1,4 +1,4 @@
-// qklmsg inspect IN: the bytes of a binary document (Part 2.1) made readable:
+// qklmsg inspect IN: the bytes of a binary document made readable:
 // a summary line, one line per node in document order (offset, name indented
 // by depth, tag, type, ns, data size, size), then one line per map entry
 // (offset, ID, kind, name). XML text is read into a binary document first,

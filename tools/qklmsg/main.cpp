@@ -40,14 +40,14 @@ const char USAGE[] =
     "unless --soap 1.2 is given.\n"
     "Exit status: 0 done, 1 input refused (the reason on standard error), 2 usage.\n";
 
-struct CommandSpec {
+struct CommandEntry {
     const char* name;
     std::size_t operands;  // exactly this many
     unsigned options;      // the Option bits accepted
     int (*run)(const CommandLine&);
 };
 
-const CommandSpec COMMANDS[] = {
+const CommandEntry COMMANDS[] = {
     {"demo", 0, 0, runDemo},
     {"to-xml", 1, OPTION_OUTPUT, runToXml},
     {"to-binary", 1, OPTION_OUTPUT, runToBinary},
@@ -57,18 +57,18 @@ const CommandSpec COMMANDS[] = {
     {"vocab", 1, 0, runVocab},
 };
 
-const CommandSpec* findCommand(const std::string& name) {
-    for (const CommandSpec& spec : COMMANDS)
-        if (name == spec.name) return &spec;
+const CommandEntry* findCommand(const std::string& name) {
+    for (const CommandEntry& entry : COMMANDS)
+        if (name == entry.name) return &entry;
     return nullptr;
 }
 
 // The reason the command line does not fit the command's entry, or "".
-std::string misfit(const CommandSpec& spec, const CommandLine& line) {
-    if (line.operands.size() != spec.operands)
-        return line.command + " takes " + std::to_string(spec.operands) + " operand(s), not " +
+std::string misfit(const CommandEntry& entry, const CommandLine& line) {
+    if (line.operands.size() != entry.operands)
+        return line.command + " takes " + std::to_string(entry.operands) + " operand(s), not " +
                std::to_string(line.operands.size());
-    if (line.optionsGiven & ~spec.options) return line.command + " does not take that option";
+    if (line.optionsGiven & ~entry.options) return line.command + " does not take that option";
     return std::string();
 }
 
@@ -76,11 +76,11 @@ int dispatch(int argc, char** argv) {
     CommandLine line;
     std::string error;
     if (!parseCommandLine(argc, argv, line, error)) return usageError(error);
-    const CommandSpec* spec = findCommand(line.command);
-    if (spec == nullptr) return usageError("unknown command \"" + line.command + "\"");
-    const std::string why = misfit(*spec, line);
+    const CommandEntry* entry = findCommand(line.command);
+    if (entry == nullptr) return usageError("unknown command \"" + line.command + "\"");
+    const std::string why = misfit(*entry, line);
     if (!why.empty()) return usageError(why);
-    return spec->run(line);
+    return entry->run(line);
 }
 
 }  // namespace
@@ -96,7 +96,7 @@ int main(int argc, char** argv) {
     // A reader that goes away early is a write error to report, not a death by SIGPIPE.
     std::signal(SIGPIPE, SIG_IGN);
     // The factory registry that kindOf asks is filled only when the default
-    // factory is first made (Part 1.3); before that it claims no bytes at all.
+    // factory is first made; before that it claims no bytes at all.
     if (!QKL::QKLMessage::getFactory()) return qklmsg::refuse("library", "no message factory");
     return qklmsg::dispatch(argc, argv);
 }
