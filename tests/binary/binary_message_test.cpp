@@ -163,3 +163,26 @@ TEST(ReceivedBytes, AreRefusedWholeOrAdoptedAndReadSafely) {
 }
 
 }  // namespace
+
+// From 40000 on a peer reads the binary document, below it XML text; and a message that takes a
+// new document, in any of the three ways, forgets the names the old one gave its own IDs.
+TEST(BinaryMessage, ThePeerVersionChoosesTheFormAndANewDocumentForgetsOldNames) {
+    for (int way = 0; way < 3; ++way) {
+        Message m(new B), other(new B);
+        ASSERT_EQ(Results(2), (Results{m->create("packet"), other->create("packet")}));
+        ASSERT_EQ(0, Iterator(m->newIterator())->putValue(std::string("v"), "x_private"));
+        for (const auto& [peer, first] : {std::pair{39999, '<'}, {40000, '\x98'}, {40500, '\x98'}}) {
+            char* out = nullptr;
+            int n = 0;
+            EXPECT_EQ(Results({0, first}), (Results{m->serialize(&out, &n, nullptr, peer), out ? out[0] : 0})) << peer;
+            std::free(out);
+        }
+        ASSERT_EQ("x_private", m->internals()->idMap().findIDC(-2).str());
+        const std::string bytes = held(*other);
+        const int adopted = way == 0   ? m->fromText("<packet><origin>new</origin></packet>", nullptr)
+                            : way == 1 ? m->init(bytes.data(), int(bytes.size()))
+                                       : m->deserialize(bytes.data(), int(bytes.size()), nullptr);
+        EXPECT_EQ(Results({0}), Results{adopted}) << way;
+        EXPECT_EQ("", m->internals()->idMap().findIDC(-2).str()) << way;
+    }
+}
