@@ -1,6 +1,6 @@
 // Subtrees at the binary iterator's position, moved between documents. Names, namespaces, complex types
 // and shared documents are calls in tests/data/binary/iterator/names.txt, run by navigation_test.cpp.
-#include "support/AssertCounter.h"
+#include "binary/PacketDoc.h"
 
 #include <gtest/gtest.h>
 
@@ -23,13 +23,7 @@ std::string bytesOf(const QKLMessage& message, const QKLMessageIterator* at = nu
     return out;
 }
 
-// A "packet" message with an iterator on its root.
-struct Doc {
-    QKLTest::AssertCounter asserts;
-    auto_destroy<QKLBinary> msg{new QKLBinary()};
-    std::unique_ptr<QKLBinaryIterator> it{msg->create("packet") == 0 ? static_cast<QKLBinaryIterator*>(msg->newIterator()) : nullptr};
-    ~Doc() { EXPECT_EQ(0u, asserts.reports()); }
-};
+using Doc = QKLTest::PacketDoc;
 
 // alerts(veid = "v", x_private(y_private = 7)) goes under "data" of a document whose map gave -2
 // to another name, as bytes, from an iterator and as text. Names travel by name, so "x_private"

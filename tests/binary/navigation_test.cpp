@@ -1,6 +1,6 @@
 // Navigation of the binary iterator: the calls in tests/data/binary/iterator/moves.txt and names.txt,
 // the change stamp shared by the iterators of one message, and embedded documents.
-#include "support/AssertCounter.h"
+#include "binary/PacketDoc.h"
 
 #include <gtest/gtest.h>
 
@@ -17,19 +17,11 @@ namespace {
 
 const int VALUE = 1008, ITEM = 1072, DATA = 1307;
 
-// Where an iterator stands: its depth and the byte position of its element.
-std::string where(const QKLBinaryIterator& it) {
-    return std::to_string(it.path().depth()) + "@" + std::to_string(it.path().current().offset);
-}
+using QKLTest::where;
 
-// A "packet" message with a counted iterator on its root; the policy flags are reset after.
-struct Doc {
-    QKLTest::AssertCounter asserts;
-    auto_destroy<QKLBinary> msg{new QKLBinary()};
-    std::unique_ptr<QKLBinaryIterator> it{msg->create("packet") == 0 ? counted() : nullptr};
-    ~Doc() { QKLBinaryIterator::Policy = 0; EXPECT_EQ(0u, asserts.reports()); }
-    QKLBinaryIterator* counted() { return static_cast<QKLBinaryIterator*>(msg->newIterator()); }
-    std::string bytes() const { return std::string(msg->internals()->buffer(), msg->internals()->used()); }
+// The packet document with the table runner; the policy flags are reset after.
+struct Doc : QKLTest::PacketDoc {
+    ~Doc() { QKLBinaryIterator::Policy = 0; }
     binary::Node node(unsigned int at) const { return binary::Node(msg->internals()->arena(), at); }
     // The root with its subtree: a failed look-up may still record a name in the map area.
     std::string tree() const { return bytes().substr(binary::HEADER_SIZE, 16 + node(binary::HEADER_SIZE).dataSize()); }

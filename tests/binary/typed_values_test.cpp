@@ -1,6 +1,6 @@
 // Typed values of the binary iterator: every stored type against every read, the table in
 // tests/data/binary/iterator/values.txt. The writes that are refused are calls in moves.txt.
-#include "support/AssertCounter.h"
+#include "binary/PacketDoc.h"
 
 #include <gtest/gtest.h>
 
@@ -72,15 +72,8 @@ std::vector<std::string> readAll(QKLBinaryIterator& it, At at, int id) {
     return out;
 }
 
-// A "packet" message with an iterator on its root.
-struct Doc {
-    QKLTest::AssertCounter asserts;
-    auto_destroy<QKLBinary> msg{new QKLBinary()};
-    std::unique_ptr<QKLBinaryIterator> it{msg->create("packet") == 0 ? static_cast<QKLBinaryIterator*>(msg->newIterator()) : nullptr};
-    ~Doc() { EXPECT_EQ(0u, asserts.reports()); }
-    std::string bytes() const { return std::string(msg->internals()->buffer(), msg->internals()->used()); }
-    std::string where() const { return std::to_string(it->path().depth()) + "@" + std::to_string(it->path().current().offset); }
-};
+using Doc = QKLTest::PacketDoc;
+using QKLTest::where;
 
 // The value is read by ID from the root and by absolute path from the node itself; neither
 // moves the iterator nor changes a byte.
@@ -93,21 +86,21 @@ TEST(TypedValues, EveryReadOfEveryStoredTypeFollowsTheTable) {
         if (cells.size() < 3) continue;
         SCOPED_TRACE(line);
         Doc d;
-        const std::string root = d.where(), kind = cells[0].substr(0, cells[0].find(' '));
+        const std::string root = where(*d.it), kind = cells[0].substr(0, cells[0].find(' '));
         const std::string arg = cells[0].substr(std::min(cells[0].size(), kind.size() + 1));
         EXPECT_EQ(0, kind.back() == '@' ? store(*d.it, kind.substr(0, kind.size() - 1), arg, "value"s, VALUE)
                                         : store(*d.it, kind, arg, VALUE, VALUE));
-        EXPECT_EQ(root, d.where());
+        EXPECT_EQ(root, where(*d.it));
         ASSERT_EQ(0, d.it->seek(VALUE));
-        const std::string node = d.where(), before = d.bytes();
+        const std::string node = where(*d.it), before = d.bytes();
         const binary::Node stored(d.msg->internals()->arena(), d.it->path().current().offset);
         EXPECT_EQ(cells[1] + " " + cells[2], std::to_string(stored.type()) + " " + std::string(stored.data(), stored.dataSize()));
         const std::vector<std::string> reads(cells.begin() + 3, cells.end());
         EXPECT_EQ(reads, readAll(*d.it, "/value"s, 0));
-        EXPECT_EQ(node, d.where());
+        EXPECT_EQ(node, where(*d.it));
         d.it->seekUp();
         EXPECT_EQ(reads, readAll(*d.it, VALUE, VALUE));
-        EXPECT_EQ(root, d.where());
+        EXPECT_EQ(root, where(*d.it));
         EXPECT_EQ(before, d.bytes());
     }
 }

@@ -15,20 +15,17 @@
 
 #include "qkl/QKL.h"
 #include "support/ChildProcess.h"
+#include "support/Files.h"
 
 using namespace QKL;
 using Message = auto_destroy<QKLMessage>;
+
+using QKLTest::readFile;
 
 namespace {
 
 const std::string DATA = std::string(QKL_TEST_DATA_DIR) + "/soap/";
 constexpr std::size_t npos = std::string::npos;
-
-std::string readFile(const std::string& path) {
-    std::ostringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
-}
 
 // The names of a folder's ".xml" files, without the extension, in order.
 std::set<std::string> inputsOf(const std::string& folder) {

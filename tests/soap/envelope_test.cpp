@@ -13,8 +13,11 @@
 
 #include "qkl/QKL.h"
 #include "support/AssertCounter.h"
+#include "support/Files.h"
 
 using namespace QKL;
+
+using QKLTest::readFile;
 
 namespace {
 
@@ -34,12 +37,6 @@ std::unique_ptr<QKLSoapEnvelope> parse(const std::string& text) {
     const std::unique_ptr<char[]> exact(new char[text.size() + 1]);
     std::memcpy(exact.get(), text.c_str(), text.size() + 1);
     return std::unique_ptr<QKLSoapEnvelope>(QKLSoapEnvelope::fromText(exact.get()));
-}
-
-std::string readFile(const std::string& path) {
-    std::ostringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
 }
 
 }  // namespace

@@ -15,15 +15,13 @@
 
 #include <gtest/gtest.h>
 
+#include "support/Files.h"
+
+using QKLTest::readFile;
+
 namespace {
 
 const std::string DATA = std::string(QKL_TEST_DATA_DIR) + "/";
-
-std::string readFile(const std::string& path) {
-    std::ostringstream bytes;
-    bytes << std::ifstream(path, std::ios::binary).rdbuf();
-    return bytes.str();
-}
 
 struct ToolRun {
     int status;  // 124 for a hang, 128 and more for a death by a signal
