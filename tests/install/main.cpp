@@ -1,4 +1,4 @@
-// A program outside the project: its only include is <qkl/QKL.h> (CONVENTIONS.md).
+// A program outside the project, built against the installed package: its only include is <qkl/QKL.h>.
 #include <qkl/QKL.h>
 
 #include <cstdio>

@@ -10,7 +10,7 @@
 
 namespace qklmsg {
 
-// The tool's exit statuses (CONVENTIONS.md).
+// The exit statuses: done; the input was refused (one line on standard error says why); usage.
 enum ExitStatus { EXIT_DONE = 0, EXIT_REFUSED = 1, EXIT_USAGE = 2 };
 
 // The operand that names standard input (and nothing else).

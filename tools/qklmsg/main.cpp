@@ -1,4 +1,4 @@
-// qklmsg: the command-line tool (CONVENTIONS.md, "The command-line tool qklmsg").
+// qklmsg: the command-line tool of the library.
 //
 //   qklmsg demo                               the SOAP round trip on built-in data, every stage printed
 //   qklmsg to-xml IN [-o OUT]                 message -> XML text (toText)
