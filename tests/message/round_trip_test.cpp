@@ -64,6 +64,7 @@ TEST(RoundTrip, EveryPathOfAGeneratedTreeReadsBackAsTheModel) {
         auto_destroy<> blank(fromXml("<packet/>")), viaCopy(built(blank->copy(false), model, true));
         const std::string bytes = bytesOf(*byID), text = textOf(*byName);
         auto_destroy<> loaded(QKLMsgFactory::createNew(bytes.data(), int(bytes.size()))), parsed(fromXml(text));
+        ASSERT_NE(nullptr, loaded.get()) << "the library refused the bytes it wrote";
         const std::pair<const char*, QKLMessage*> paths[] = {{"by ID", byID.get()}, {"by name", byName.get()},
             {"written shallow copy", viaCopy.get()}, {"received bytes", loaded.get()}, {"XML text", parsed.get()}};
         for (const auto& [name, at] : paths) EXPECT_EQ(dump(model), dump(readTree(*Iterator(at->newIterator()), model))) << name;
