@@ -4,26 +4,20 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <sstream>
 
 #include "qkl/binary/QKLBinaryInternals.h"
+#include "support/Files.h"
 
 namespace BinaryDoc {
 
-// Hex digit pairs; whitespace is ignored and '#' starts a comment.
-inline std::string fromHex(const std::string& text) {
-    std::string bytes, line, word;
-    for (std::istringstream lines(text); std::getline(lines, line);)
-        for (std::istringstream words(line.substr(0, line.find('#'))); words >> word;)
-            for (size_t i = 0; i + 1 < word.size(); i += 2) bytes += char(std::stoi(word.substr(i, 2), nullptr, 16));
-    return bytes;
-}
+using QKLTest::fromHex;
 
+// A file of tests/data/binary; every one is a table or a dump that must not be missing.
 inline std::string dataFile(const std::string& name) {
-    std::ifstream in(std::string(QKL_TEST_DATA_DIR) + "/binary/" + name);
-    EXPECT_TRUE(in.good()) << "no " << name;
-    return std::string(std::istreambuf_iterator<char>(in), {});
+    const std::string content = QKLTest::dataFile("binary/" + name);
+    EXPECT_FALSE(content.empty()) << "no " << name;
+    return content;
 }
 
 // "98 ba dc fe ...", 16 bytes a line, so that a failure shows where two documents part.

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 
+#include "binary/DocumentCheck.h"
 #include "qkl/QKL.h"
 #include "support/AssertCounter.h"
 
@@ -24,7 +25,7 @@ struct PacketDoc {
     std::unique_ptr<QKL::QKLBinaryIterator> it{msg->create("packet") == 0 ? counted() : nullptr};
     ~PacketDoc() { EXPECT_EQ(0u, asserts.reports()); }
     QKL::QKLBinaryIterator* counted() { return static_cast<QKL::QKLBinaryIterator*>(msg->newIterator()); }
-    std::string bytes() const { return std::string(msg->internals()->buffer(), msg->internals()->used()); }
+    std::string bytes() const { return BinaryDoc::held(*msg->internals()); }
 };
 
 }  // namespace QKLTest

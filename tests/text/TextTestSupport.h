@@ -6,8 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -15,6 +13,7 @@
 #include "qkl/binary/QKLBinary.h"
 #include "qkl/binary/QKLBinaryInternals.h"
 #include "qkl/message/QKLMessageIterator.h"
+#include "support/Files.h"
 
 namespace QKLTest {
 
@@ -49,11 +48,6 @@ inline std::string readBack(const std::string& text) {
 inline std::string held(const QKLBinary& m) {
     const QKL::QKLBinaryInternals* d = m.internals();
     return d && d->buffer() ? std::string(d->buffer(), d->used()) : std::string();
-}
-
-inline std::string dataFile(const std::string& path) {
-    std::ifstream in(std::string(QKL_TEST_DATA_DIR) + "/text/" + path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 // Refused as a whole message and under an iterator, both times leaving the message as it was.

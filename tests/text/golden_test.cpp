@@ -7,17 +7,6 @@
 
 using namespace QKLTest;
 
-// Hex bytes separated by white space; "#" starts a comment up to the end of the line.
-static std::string fromHex(const std::string& text) {
-    std::string bytes;
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) {
-        std::istringstream words(line.substr(0, line.find('#')));
-        for (unsigned int byte; words >> std::hex >> byte;) bytes += char(byte);
-    }
-    return bytes;
-}
-
 // The NAME of every NAME.xml in the folder (not NAME.legacy.xml).
 static std::vector<std::string> textsIn(const std::string& folder) {
     std::vector<std::string> names;
@@ -45,10 +34,10 @@ TEST(GoldenText, EachDocumentRendersAsItsTextAndTheTextReadsBackAsItsBytes) {
     ASSERT_EQ(8u, names.size());
     for (const std::string& name : names) {
         SCOPED_TRACE(name);
-        const std::string xml = dataFile("golden/" + name + ".xml");
-        const std::string legacy = dataFile("golden/" + name + ".legacy.xml");
-        const std::string bytes = fromHex(dataFile("golden/" + name + ".hex"));
-        const std::string readBytes = fromHex(dataFile("golden/" + name + ".read.hex"));
+        const std::string xml = dataFile("text/golden/" + name + ".xml");
+        const std::string legacy = dataFile("text/golden/" + name + ".legacy.xml");
+        const std::string bytes = fromHex(dataFile("text/golden/" + name + ".hex"));
+        const std::string readBytes = fromHex(dataFile("text/golden/" + name + ".read.hex"));
         Message received(new QKLBinary), target(new QKLBinary);
         ASSERT_EQ(0, received->init(bytes.data(), int(bytes.size())));
         Message read(static_cast<QKLBinary*>(received->copy(false)));
@@ -73,10 +62,10 @@ TEST(RefusedText, IsRefusedAndLeavesTheMessageAsItWas) {
     ASSERT_EQ(31u, names.size());
     for (const std::string& name : names) {
         SCOPED_TRACE(name);
-        expectRefused(dataFile("refused/" + name + ".xml"));
+        expectRefused(dataFile("text/refused/" + name + ".xml"));
     }
     for (const std::string& name : textsIn("golden")) {
-        const std::string xml = dataFile("golden/" + name + ".xml");
+        const std::string xml = dataFile("text/golden/" + name + ".xml");
         for (size_t cut = 0; cut < xml.find_last_not_of('\n'); ++cut) {
             SCOPED_TRACE(name + " cut at " + std::to_string(cut));
             expectRefused(xml.substr(0, cut));

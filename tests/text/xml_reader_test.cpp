@@ -27,7 +27,7 @@ static std::string repeat(const std::string& text, int times) {
 
 // Each row: what it shows | the text read | the text written back, or REFUSED [| the message's policy].
 TEST(XmlReader, EachRuleReadsItsTextAsItsRowSays) {
-    std::istringstream lines(dataFile("reader_rules.txt"));
+    std::istringstream lines(dataFile("text/reader_rules.txt"));
     int rows = 0;
     for (std::string row; std::getline(lines, row);) {
         if (row[0] == '#') continue;

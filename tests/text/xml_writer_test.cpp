@@ -8,7 +8,7 @@ using namespace QKLTest;
 // instance namespace is left to the envelope, even under xsi:type. The document is not changed.
 TEST(XmlWriter, ASubtreeDeclaresItsOwnNamespaces) {
     Message m(new QKLBinary);
-    ASSERT_EQ(0, readText(*m, dataFile("golden/namespaces.xml")));
+    ASSERT_EQ(0, readText(*m, dataFile("text/golden/namespaces.xml")));
     const std::string before = held(*m), base = "urn:base/";
     const std::string ns1 = " xmlns:ns1=\"urn:a\"", ns2 = " xmlns:ns2=\"http://example.test/types\"";
     const struct { const char* path; std::string nsBase; int version; std::string expected; } rows[] = {
