@@ -14,6 +14,7 @@
 #ifndef QKL_VOCABULARY_QKLPROTOCOLIDMAP_H
 #define QKL_VOCABULARY_QKLPROTOCOLIDMAP_H
 
+#include <atomic>
 #include <map>
 
 #include <boost/shared_ptr.hpp>
@@ -113,7 +114,9 @@ private:
     mutable IDMap m_elements;
     mutable IDMap m_types;
     mutable boost::shared_ptr<Internal::SearchTblItem> m_index;
-    mutable bool m_ownIndex;
+    // Atomic: the sharer that writes a shared document copies it, and the copy clears this flag of
+    // the source map while the other sharers look names up through it on their own threads.
+    mutable std::atomic<bool> m_ownIndex;
     mutable int m_nextID;
     int m_messageVersion;
     QKLBinaryInternals* m_doc;
