@@ -28,6 +28,8 @@
 
 #include <cstdint>
 
+#include "qkl/binary/Limits.h"
+
 namespace QKL {
 namespace binary {
 
@@ -41,6 +43,7 @@ constexpr std::uint32_t EMPTY_BIT = 1u;           // bit 0: the document has no 
 constexpr unsigned int MAP_LENGTH_SHIFT = 3;      // bits 3-23 hold the map length ...
 constexpr std::uint32_t MAP_LENGTH_MASK = (1u << 21) - 1;  // ... 21 bits wide ...
 constexpr unsigned int MAP_UNIT = 8;              // ... in units of 8 bytes
+static_assert(Limits::MAX_MAP_LENGTH == MAP_LENGTH_MASK * MAP_UNIT, "the map area's limit is its length field");
 constexpr unsigned char FORMAT_VERSION = 2;       // every document this system creates
 constexpr unsigned char LEGACY_FORMAT_VERSION = 0;  // a duplicate for a peer below MAP_MSG_VERSION
 // Message version from which a peer reads the binary document with its map area.
@@ -234,9 +237,13 @@ public:
 
         unsigned int offset() const;  // beyond(8): where the map area starts
         unsigned int size() const;    // map length field x 8, in bytes
+        // True when an entry of this data size and kind still fits the map length
+        // field, that is, the area would stay within Limits::MAX_MAP_LENGTH bytes.
+        bool takes(unsigned int dataSize, unsigned short kind) const;
         // Trusting: doInsert of an entry (type = kind, data size given) at offset(),
-        // then grows the 21-bit map length by its size / 8, modulo 2^21 (kept to 21
-        // bits). The new entry comes first. Returns the entry size, 0 when refused.
+        // then grows the map length field by its size / 8. The new entry comes first.
+        // Returns the entry size; 0, changing nothing, when refused (no room, or the
+        // field would pass its 21 bits: a wrapped length would cut the area short).
         unsigned int insert(unsigned int dataSize, unsigned short kind);
         // Trusting: takes the other document's map length field and moves its map
         // bytes to this document's offset(). Refused (reported) when either run

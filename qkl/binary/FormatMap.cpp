@@ -82,7 +82,12 @@ unsigned int Format::map_type::offset() const { return m_format->beyond(HEADER_S
 
 unsigned int Format::map_type::size() const { return m_format->mapLength() * MAP_UNIT; }
 
+bool Format::map_type::takes(unsigned int dataSize, unsigned short kind) const {
+    return size() + m_format->calculate(kind, dataSize) <= Limits::MAX_MAP_LENGTH;
+}
+
 unsigned int Format::map_type::insert(unsigned int dataSize, unsigned short kind) {
+    if (!takes(dataSize, kind)) return 0;
     const unsigned int entrySize = m_format->doInsert(offset(), dataSize, kind);
     if (entrySize != 0) m_format->setMapLength(m_format->mapLength() + entrySize / MAP_UNIT);
     return entrySize;

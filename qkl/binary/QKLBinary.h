@@ -18,6 +18,7 @@
 #include <string>
 
 #include "qkl/binary/BinaryPath.h"
+#include "qkl/binary/Limits.h"
 #include "qkl/message/QKLMessage.h"
 #include "qkl/util/CharArray.h"
 
@@ -73,7 +74,7 @@ public:
 
     // The text form: the deepest element nesting that the writer
     // and the reader follow (both recurse once per level); deeper gives null / -1.
-    static constexpr int MAX_TEXT_DEPTH = 1000;
+    static constexpr int MAX_TEXT_DEPTH = Limits::MAX_TEXT_DEPTH;
     // Replaces "<", ">" and "&" (only those, deliberately) by their entities.
     static std::string escape(const char* text);
 
@@ -175,13 +176,14 @@ private:
     // since the reader stores a header attribute's text as it stands, unescaped.
     // Reader (qkl/text/XmlReader.cpp): elements are inserted as type 0 without a
     // value; text content is stored as type 0 (setContent(path, 0, ...)). An
-    // element whose xsi:type resolves is made an empty container (type 50) before
-    // setComplexType, so complex types of elements with children survive a round
-    // trip; an element of a simple schema type whose content is text keeps only
-    // the text. An unprefixed "type" attribute is the header attribute 105 on
-    // every element; only a prefixed "...:type" is a candidate xsi:type. Ordinary
-    // attributes (e.g. soap:encodingStyle, an unprefixed xmlns) are accepted and
-    // dropped by attrFromText: the document keeps no attributes but 101-110.
+    // element whose xsi:type resolves takes it as the iterator's setComplexType
+    // gives it (an element without a value becomes a container of that type), so
+    // complex types survive a round trip; an element of a simple schema type whose
+    // content is text keeps only the text. An unprefixed "type" attribute is the
+    // header attribute 105 on every element; only a prefixed "...:type" is a
+    // candidate xsi:type. Ordinary attributes (e.g. soap:encodingStyle, an
+    // unprefixed xmlns) are accepted and dropped by attrFromText: the document
+    // keeps no attributes but 101-110.
     // Header attributes read from text are stored as strings (type 2), as the
     // header setters store them. Both recurse once per level: deeper than
     // MAX_TEXT_DEPTH fails cleanly. The reader never reads past the text's zero

@@ -53,7 +53,7 @@ char* QKLBinaryInternals::expand(int bytes, bool zero) {
     std::int64_t increment = m_capacity;
     if (bytes >= m_capacity) increment = (std::int64_t(bytes) + GROWTH_STEP - 1) / GROWTH_STEP * GROWTH_STEP;
     const std::int64_t grown = m_capacity + increment;
-    if (grown > INT_MAX) return nullptr;
+    if (grown > std::int64_t(Limits::MAX_DOCUMENT_LENGTH)) return nullptr;
     char* buffer = static_cast<char*>(std::realloc(m_buffer, size_t(grown)));
     if (buffer == nullptr) return nullptr;
     if (zero) std::memset(buffer + m_capacity, 0, size_t(increment));
@@ -74,7 +74,8 @@ int QKLBinaryInternals::turnBlank() {
 }
 
 char* QKLBinaryInternals::copy(const char* bytes, int length) {
-    if (bytes == nullptr || length < int(binary::HEADER_SIZE)) return nullptr;
+    if (bytes == nullptr || length < int(binary::HEADER_SIZE) || unsigned(length) > Limits::MAX_RECEIVED_LENGTH)
+        return nullptr;
     const Format received(binary::Arena::readOnlyView(bytes, unsigned(length)));
     if (!received || received.size(binary::MAP_MSG_VERSION) != unsigned(length)) return nullptr;
     const unsigned int previousUsed = m_used;
@@ -102,7 +103,7 @@ void QKLBinaryInternals::bumpIfTreeMoved(std::uint32_t changesBefore, unsigned i
 
 unsigned int QKLBinaryInternals::growForNode(unsigned int dataSize, int type) {
     const std::uint64_t size = format().calculate(static_cast<unsigned short>(type), dataSize);
-    return size > INT_MAX || expand(int(size), false) == nullptr ? 0 : unsigned(size);
+    return size > Limits::MAX_DOCUMENT_LENGTH || expand(int(size), false) == nullptr ? 0 : unsigned(size);
 }
 
 unsigned int QKLBinaryInternals::alloc(unsigned int dataSize, int type, unsigned int at) {
@@ -117,7 +118,9 @@ unsigned int QKLBinaryInternals::alloc(unsigned int dataSize, int type, unsigned
 }
 
 unsigned int QKLBinaryInternals::allocInMap(unsigned int dataSize, int kind) {
-    if (growForNode(dataSize, kind) == 0) return 0;
+    // Checked before growth, so that a refused entry leaves even the capacity as it was.
+    if (!format().map().takes(dataSize, static_cast<unsigned short>(kind)) || growForNode(dataSize, kind) == 0)
+        return 0;
     Format document = format();
     const unsigned int inserted = document.map().insert(dataSize, static_cast<unsigned short>(kind));
     m_used += inserted;
@@ -127,7 +130,7 @@ unsigned int QKLBinaryInternals::allocInMap(unsigned int dataSize, int kind) {
 int QKLBinaryInternals::realloc(unsigned int dataSize, int type, unsigned int at, int& delta) {
     const std::uint64_t oldSize = Node(arena(), at).size();
     const std::uint64_t newSize = format().calculate(static_cast<unsigned short>(type), dataSize);
-    if (oldSize == 0 || newSize > INT_MAX) return -1;
+    if (oldSize == 0 || newSize > Limits::MAX_DOCUMENT_LENGTH) return -1;
     delta = int(std::int64_t(newSize) - std::int64_t(oldSize));
     const std::uint32_t changesBefore = m_changes;
     if (delta > 0 && expand(delta, false) == nullptr) return -1;
@@ -157,31 +160,45 @@ void QKLBinaryInternals::update(BinaryPath::Elements::const_iterator first,
 
 // ---- path-addressed edits -------------------------------------------------------------------------
 
-unsigned int QKLBinaryInternals::getInsertOffset(const BinaryPath& path) {
-    Format document = format();
+unsigned int QKLBinaryInternals::childOffset(const BinaryPath& path) const {
+    const Format document = format();
     if (path.empty()) return document.map().offset();
     if (document.empty()) return 0;
-    Node node(arena(), path.current().offset);
+    const Node node(arena(), path.current().offset);
     if (node.isContainer()) return node.offset() + unsigned(node.size());
     if (node.type() != binary::TYPE_ELEMENT) return 0;
-    // A plain element becomes an empty container; one that still carries
-    // payload would change size, so it is refused (the caller empties it first).
+    // A plain element takes children once it is an empty container; one that still
+    // carries payload would change size, so it is refused (the caller empties it first).
     QKL_ASSERT(node.dataSize() == 0);
-    if (node.dataSize() != 0) return 0;
-    node.setType(binary::TYPE_CONTAINER);
-    return node.offset() + unsigned(node.size());
+    return node.dataSize() == 0 ? node.offset() + unsigned(node.size()) : 0;
+}
+
+void QKLBinaryInternals::openElement(const BinaryPath& path) {
+    if (path.empty() || format().empty()) return;
+    Node node(arena(), path.current().offset);
+    // Both are 16 bytes long without payload: nothing moves.
+    if (node.type() == binary::TYPE_ELEMENT && node.dataSize() == 0) node.setType(binary::TYPE_CONTAINER);
+}
+
+unsigned int QKLBinaryInternals::getInsertOffset(const BinaryPath& path) {
+    const unsigned int at = childOffset(path);
+    if (at != 0) openElement(path);
+    return at;
 }
 
 int QKLBinaryInternals::insert(BinaryPath& path, int tag, int type, const void* data, int length,
                                bool terminate) {
     // Above the root only a first root may go: a second one would land in the map area.
     if (length < 0 || (path.empty() && !format().empty())) return -1;
-    const unsigned int at = getInsertOffset(path);
+    // The parent is opened only once the child has room: a refused insertion
+    // leaves even a plain element's type as it was.
+    const unsigned int at = childOffset(path);
     if (at == 0) return -1;
     const int extra = extraByte(type, terminate);
     const unsigned int dataSize = unsigned(length) + unsigned(extra);
     const unsigned int size = alloc(dataSize, type, at);
     if (size == 0) return -1;
+    openElement(path);
     Node node(arena(), at);
     node.setNs(path.currentNamespace());
     node.setTag(tag);
@@ -236,6 +253,9 @@ int QKLBinaryInternals::curNamespaceID(const BinaryPath& path) const {
 int QKLBinaryInternals::setComplexType(BinaryPath& path, int typeID) {
     if (path.empty() || unsigned(typeID) < FIRST_COMPLEX_TYPE_ID || typeID > 0xFFFF) return -1;
     Node node(arena(), path.current().offset);
+    // An element without a value or namespace is an empty container in waiting (its
+    // first child would make it one): it takes the type as the container would.
+    if (node.ns() == 0) openElement(path);
     const std::uint32_t word = std::uint32_t(node.type()) | (std::uint32_t(node.ns()) << 16);
     if (word != PLAIN_CONTAINER_WORD) return 0;
     node.setType(static_cast<unsigned short>(typeID));

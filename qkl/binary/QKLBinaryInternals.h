@@ -13,6 +13,7 @@
 
 #include "qkl/binary/BinaryPath.h"
 #include "qkl/binary/Format.h"
+#include "qkl/binary/Limits.h"
 #include "qkl/vocabulary/QKLProtocolIDMap.h"
 
 namespace QKL {
@@ -24,7 +25,7 @@ public:
     // The tag whose content sets the message version (the header attribute "version").
     static constexpr int VERSION_TAG = 101;
     // Growth step for a request at least as large as the buffer.
-    static constexpr int GROWTH_STEP = 4096;
+    static constexpr int GROWTH_STEP = Limits::BUFFER_GROWTH_STEP;
     // Tags above this are checked against the ID map by insert.
     static constexpr int LAST_HEADER_TAG = 200;
 
@@ -39,12 +40,15 @@ public:
     // A new 8-byte document in a 4096-byte zero-filled buffer; -1 when growth fails.
     int turnBlank();
     // Adopts a received document. Returns null (changing nothing) unless its
-    // length by header and root (Format::size(40000)) equals `length` exactly.
+    // length by header and root (Format::size(40000)) equals `length` exactly and
+    // is at most Limits::MAX_RECEIVED_LENGTH.
     char* copy(const char* bytes, int length);
-    // Makes room for `bytes` more bytes; the buffer, or null on allocation failure.
+    // Makes room for `bytes` more bytes; the buffer, or null (changing nothing) when
+    // allocation fails or the buffer would pass Limits::MAX_DOCUMENT_LENGTH.
     char* expand(int bytes, bool zero);
 
-    // Node and map primitives; ancestors are not adjusted.
+    // Node and map primitives; ancestors are not adjusted. A node or map entry that
+    // does not fit the limits (Limits.h) is refused before anything changes.
     unsigned int alloc(unsigned int dataSize, int type, unsigned int at);
     unsigned int allocInMap(unsigned int dataSize, int kind);
     int realloc(unsigned int dataSize, int type, unsigned int at, int& delta);
@@ -81,6 +85,10 @@ public:
     static int foldVersion(const char* text, unsigned int length);
 
 private:
+    // Where a new child of the current node goes (0: nowhere), without opening a plain element.
+    unsigned int childOffset(const BinaryPath& path) const;
+    // Turns the current node into an empty container when it is a plain element without payload.
+    void openElement(const BinaryPath& path);
     // Grows the buffer for a node of this type and data size; its size, or 0 on failure.
     unsigned int growForNode(unsigned int dataSize, int type);
     void setVersionFrom(int tag, const void* data, int length);

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "qkl/binary/Format.h"
+#include "qkl/binary/Limits.h"
 #include "qkl/binary/QKLBinary.h"
 #include "qkl/binary/QKLBinaryInternals.h"
 #include "qkl/binary/QKLBinaryIterator.h"
@@ -33,8 +34,6 @@ namespace {
 // of being kept as an XML fragment; an unknown element fails the parse.
 const unsigned int DROP_UNKNOWN = 1;
 const unsigned int UNKNOWN_FAILS = 2;
-// The longest element name accepted.
-const unsigned int MAX_NAME_LENGTH = 250;
 // The recursive parser's result when it meets "</": the enclosing element's end tag.
 const int END_TAG = 1;
 // Namespace IDs live in a 16-bit node field.
@@ -230,7 +229,7 @@ int QKLBinary::fromText(const char*& cursor, BinaryPath& path, const NamespacePr
     const char* const start = cursor++;
     const char* const nameStart = cursor;
     while (!endsElementName(*cursor)) {
-        if (unsigned(cursor - nameStart) == MAX_NAME_LENGTH) return -1;
+        if (unsigned(cursor - nameStart) == Limits::MAX_ELEMENT_NAME_LENGTH) return -1;
         ++cursor;
     }
     const CharArray name(nameStart, unsigned(cursor - nameStart));
@@ -353,11 +352,8 @@ int QKLBinary::xmlTypeFromText(BinaryPath& path, const CharArray& attrPrefix, co
     const int typeID = map.findStr(CharArray(fullName.data(), unsigned(fullName.size())), &QKLDefaultMap::findType,
                                    QKLProtocolIDMap::TYPE);
     if (typeID == 0) return -1;
-    // Only a plain container takes a complex type: an empty element becomes one first.
-    const Node node(m_internals->arena(), path.current().offset);
-    if (node.type() == binary::TYPE_ELEMENT && node.dataSize() == 0 &&
-        m_internals->setContent(path, binary::TYPE_CONTAINER, nullptr, 0, false) != 0)
-        return -1;
+    // Its content follows its attributes: the element is a container (of header
+    // attributes) or still empty, and takes the type either way.
     return m_internals->setComplexType(path, typeID);
 }
 
