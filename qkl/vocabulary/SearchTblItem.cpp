@@ -34,20 +34,34 @@ int slotIndex8(char ch, char head) {
 
 SearchTblItem::SearchTblItem() : m_id(0), m_children(nullptr), m_head(0), m_count(0) {}
 
-SearchTblItem::SearchTblItem(const SearchTblItem& other)
-    : m_id(other.m_id), m_children(nullptr), m_head(other.m_head), m_count(0) {
-    if (other.m_count <= 0) return;
-    m_children = resizedSlots(nullptr, other.m_count);
-    m_count = other.m_count;
-    // All slots null first, so cleanUp can run at any point of the copy.
-    clearSlots(m_children, m_count);
+// A long name is a chain of nodes with one child each, and a received document
+// may name anything: the copy follows the last child of every node in a loop and
+// recurses only into the others, so the stack grows with branching, not length.
+SearchTblItem::SearchTblItem(const SearchTblItem& other) : SearchTblItem() {
     try {
-        for (int i = 0; i < m_count; ++i)
-            if (other.m_children[i]) m_children[i] = new SearchTblItem(*other.m_children[i]);
+        SearchTblItem* to = this;
+        for (const SearchTblItem* from = &other; from != nullptr;) from = to->copyLevel(*from, to);
     } catch (...) {
         cleanUp();
         throw;
     }
+}
+
+const SearchTblItem* SearchTblItem::copyLevel(const SearchTblItem& from, SearchTblItem*& lastCopy) {
+    m_id = from.m_id;
+    m_head = from.m_head;
+    if (from.m_count <= 0) return nullptr;
+    m_children = resizedSlots(nullptr, from.m_count);
+    m_count = from.m_count;
+    // All slots null first, so cleanUp can run at any point of the copy.
+    clearSlots(m_children, m_count);
+    int last = m_count - 1;
+    while (last >= 0 && !from.m_children[last]) --last;
+    for (int i = 0; i < last; ++i)
+        if (from.m_children[i]) m_children[i] = new SearchTblItem(*from.m_children[i]);
+    if (last < 0) return nullptr;
+    lastCopy = m_children[last] = new SearchTblItem();
+    return from.m_children[last];
 }
 
 SearchTblItem& SearchTblItem::operator=(const SearchTblItem& other) {
@@ -66,13 +80,28 @@ void SearchTblItem::Swap(SearchTblItem& other) {
     std::swap(m_count, other.m_count);
 }
 
+// In a loop along the last child, as the copy: see there.
 void SearchTblItem::cleanUp() {
-    for (int i = 0; i < m_count; ++i) delete m_children[i];
+    for (SearchTblItem* next = releaseAllButLast(); next != nullptr;) {
+        SearchTblItem* const node = next;
+        next = node->releaseAllButLast();
+        delete node;  // childless now
+    }
+}
+
+SearchTblItem* SearchTblItem::releaseAllButLast() {
+    SearchTblItem* last = nullptr;
+    for (int i = 0; i < m_count; ++i) {
+        if (!m_children[i]) continue;
+        delete last;
+        last = m_children[i];
+    }
     std::free(m_children);
     m_id = 0;
     m_children = nullptr;
     m_head = 0;
     m_count = 0;
+    return last;
 }
 
 void SearchTblItem::increaseHead(char n) {

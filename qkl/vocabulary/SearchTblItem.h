@@ -16,7 +16,8 @@ public:
 
     SearchTblItem();
     // Deep copy. If copying a child throws, the partly built node is cleaned
-    // up and the exception passes on.
+    // up and the exception passes on. Copy and destruction use stack space in
+    // proportion to the trie's branching, not to the length of its words.
     SearchTblItem(const SearchTblItem& other);
     // Copy-and-swap: the copy is made before this node is touched, so a throw
     // leaves this node unchanged, and self-assignment is harmless.
@@ -49,6 +50,12 @@ private:
     // The child for character ch, created (and the array grown) as needed;
     // null when the array cannot span ch.
     SearchTblItem* childFor(signed char ch);
+    // Copies `from` without its children into this childless node, copies all of
+    // its children but the last, and leaves an empty node in the last one's slot:
+    // returns that child of `from` (null if none) and sets `lastCopy` to its slot's node.
+    const SearchTblItem* copyLevel(const SearchTblItem& from, SearchTblItem*& lastCopy);
+    // Deletes all children but the last, empties this node and returns that last child.
+    SearchTblItem* releaseAllButLast();
 
     int m_id;
     SearchTblItem** m_children;  // malloc/realloc/free block of m_count slots

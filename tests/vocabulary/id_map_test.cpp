@@ -116,6 +116,18 @@ TEST(DocumentCopies, ShareNamesUntilOneWritesEitherWay) {
     EXPECT_EQ("only_copy shared", nameOf(copy, -3) + " " + nameOf(copy, -2));
 }
 
+// The name index holds one node per character: a peer's million-character name must neither
+// overflow the stack when the index is built, copied by a writing sharer, and released.
+TEST(ReceivedMapArea, AMillionCharacterNameIsIndexedCopiedAndReleased) {
+    const std::string name(1000000, 'n');
+    QKLBinaryInternals doc;
+    receive(doc, {{-2, 0, name.c_str()}});
+    EXPECT_EQ(-2, findStrC(doc, name.c_str()));
+    QKLBinaryInternals copy(&doc);
+    EXPECT_EQ(-3, findStr(copy, (name + "x").c_str()));
+    EXPECT_EQ(-2, findStrC(copy, name.c_str()));
+}
+
 TEST(NodePool, KeepsAtMost40960FreeNodes) {
     struct Block { char bytes[200]; };  // a size no ID map node has
     QKLLookASide<Block> pool;
