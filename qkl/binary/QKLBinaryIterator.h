@@ -15,11 +15,13 @@
 #ifndef QKL_BINARY_QKLBINARYITERATOR_H
 #define QKL_BINARY_QKLBINARYITERATOR_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
 #include "qkl/binary/BinaryPath.h"
 #include "qkl/binary/Format.h"
+#include "qkl/binary/Limits.h"
 #include "qkl/message/QKLMessageIterator.h"
 
 namespace QKL {
@@ -36,7 +38,7 @@ public:
     // Bit 1: an embedded document that cannot be parsed makes the movement fail.
     static constexpr unsigned int EMBEDDED_MUST_PARSE = 2;
     // The longest path segment seek(const std::string&) accepts; longer gives -1.
-    static constexpr std::size_t MAX_SEGMENT_LENGTH = 255;
+    static constexpr std::size_t MAX_SEGMENT_LENGTH = Limits::MAX_PATH_SEGMENT_LENGTH;
     // The cached stamp that forces a re-check of the path before the next access.
     static constexpr std::uint32_t STALE_STAMP = 0xFFFFFFFFu;
 
@@ -145,8 +147,8 @@ public:
     virtual int getValueXML(std::string& value, int id) const;
     virtual int putValueXML(const std::string& value, int id);
 
-    // The primitive write: true on failure.
-    bool put(int id, unsigned short type, const void* data, unsigned int len, bool text);
+    // The primitive write: true on failure. A length past INT_MAX is refused, never cut to 32 bits.
+    bool put(int id, unsigned short type, const void* data, std::size_t len, bool text);
 
     QKLBinary* binaryMessage() const;
     const BinaryPath& path() const { return m_path; }

@@ -55,8 +55,8 @@ bool canHoldChildren(const binary::Format::node_range& range) {
 
 // ---- the primitive write -------------------------------------------------------------------------
 
-bool QKLBinaryIterator::put(int id, unsigned short type, const void* data, unsigned int len, bool text) {
-    if (validateInternals() != 0 || len > unsigned(INT_MAX)) return true;
+bool QKLBinaryIterator::put(int id, unsigned short type, const void* data, std::size_t len, bool text) {
+    if (validateInternals() != 0 || len > std::size_t(INT_MAX)) return true;
     QKLBinaryInternals* document = internals();
     const unsigned int depth = m_path.depth();
     int result;
@@ -78,11 +78,11 @@ int QKLBinaryIterator::putValue(int value, int id) { return put(id, binary::TYPE
 
 int QKLBinaryIterator::putValue(const char* data, int len, int id) {
     if (len < 0 || (data == nullptr && len > 0)) return 1;
-    return put(id, binary::TYPE_STRING, data, unsigned(len), true);
+    return put(id, binary::TYPE_STRING, data, std::size_t(len), true);
 }
 
 int QKLBinaryIterator::putValue(const std::string& value, int id) {
-    return putValue(value.data(), int(value.size()), id);
+    return put(id, binary::TYPE_STRING, value.data(), value.size(), true);
 }
 
 int QKLBinaryIterator::putValueLongLong(long long value, int id) {
@@ -95,22 +95,22 @@ int QKLBinaryIterator::putValueDouble(double value, int id) {
 
 int QKLBinaryIterator::putValueBase64(const char* data, int len, int id) {
     if (len < 0 || (data == nullptr && len > 0)) return 1;
-    return put(id, binary::TYPE_BASE64, data, unsigned(len), false);
+    return put(id, binary::TYPE_BASE64, data, std::size_t(len), false);
 }
 
 int QKLBinaryIterator::putValueBase64(const std::string& value, int id) {
-    return putValueBase64(value.data(), int(value.size()), id);
+    return put(id, binary::TYPE_BASE64, value.data(), value.size(), false);
 }
 
 int QKLBinaryIterator::putValueXML(const std::string& value, int id) {
-    return put(id, binary::TYPE_XML, value.c_str(), unsigned(value.size() + 1), false);
+    return put(id, binary::TYPE_XML, value.c_str(), value.size() + 1, false);
 }
 
 namespace {
 
 int putTimeText(QKLBinaryIterator& iterator, const std::string& text, int id) {
     if (text.empty()) return -1;
-    return iterator.put(id, binary::TYPE_TIME, text.c_str(), unsigned(text.size() + 1), false) ? 1 : 0;
+    return iterator.put(id, binary::TYPE_TIME, text.c_str(), text.size() + 1, false) ? 1 : 0;
 }
 
 }  // namespace
@@ -233,7 +233,7 @@ int QKLBinaryIterator::getValueXML(std::string& value, int id) const {
 
 // ---- attribute forms ---------------------------------------------------------------------------------
 
-int QKLBinaryIterator::putAttr(const std::string& value, int id) { return putValue(value.data(), int(value.size()), id); }
+int QKLBinaryIterator::putAttr(const std::string& value, int id) { return putValue(value, id); }
 int QKLBinaryIterator::putAttr(int value, int id) { return putValue(value, id); }
 int QKLBinaryIterator::putAttrTime(long value, int id) { return putValueTime(value, id); }
 int QKLBinaryIterator::getAttr(int& value, int id) const { return getValue(value, id); }
