@@ -1,5 +1,7 @@
-// qklmsg to-xml and to-binary: a message, binary document or XML text, written
-// out in the form the command names.
+// qklmsg to-xml and to-binary: each message of the input, binary document or
+// XML text, written out in the form the command names: XML texts one after
+// the other, each ending in a line end; binary documents back to back, which
+// frames them again.
 #include "Commands.h"
 #include "MessageIO.h"
 
@@ -7,22 +9,21 @@ namespace qklmsg {
 
 namespace {
 
-int convert(const CommandLine& line, MessageForm form) {
-    Input input;
-    QKL::auto_destroy<QKL::QKLMessage> message(readMessage(line.operands[0], input));
-    if (!message) return EXIT_REFUSED;
-    std::string out;
-    if (!renderMessage(*message, form, input.name, out)) return EXIT_REFUSED;
-    return writeOutput(line.output, out) ? EXIT_DONE : EXIT_REFUSED;
+bool writeXml(const QKL::QKLMessage& message, const Received& received, std::string& out) {
+    return renderMessage(message, MessageForm::XmlText, received.where, out);
+}
+
+bool writeBinary(const QKL::QKLMessage& message, const Received& received, std::string& out) {
+    return renderMessage(message, MessageForm::BinaryDocument, received.where, out);
 }
 
 }  // namespace
 
-int runToXml(const CommandLine& line) { return convert(line, MessageForm::XmlText); }
+int runToXml(const CommandLine& line) { return writeEachMessage(line.operands[0], line.output, writeXml); }
 
 int runToBinary(const CommandLine& line) {
     if (binaryToTerminal(line.output)) return usageError("to-binary writes bytes: give -o OUT or redirect");
-    return convert(line, MessageForm::BinaryDocument);
+    return writeEachMessage(line.operands[0], line.output, writeBinary);
 }
 
 }  // namespace qklmsg

@@ -1,8 +1,8 @@
-// qklmsg inspect IN: the bytes of a binary document made readable:
-// a summary line, one line per node in document order (offset, name indented
-// by depth, tag, type, ns, data size, size), then one line per map entry
-// (offset, ID, kind, name). XML text is read into a binary document first,
-// and standard error says so: the text has no bytes of its own to show.
+// qklmsg inspect IN: the bytes of each binary document of the input made
+// readable: a summary line, one line per node in document order (offset, name
+// indented by depth, tag, type, ns, data size, size), then one line per map
+// entry (offset, ID, kind, name). XML text is read into a binary document
+// first, and standard error says so: the text has no bytes of its own to show.
 #include <cstdarg>
 #include <cstdio>
 #include <vector>
@@ -100,22 +100,22 @@ bool describeMap(const QKLBinaryInternals& doc, const std::string& where, std::s
     return true;
 }
 
-}  // namespace
-
-int runInspect(const CommandLine& line) {
-    Input input;
-    QKL::auto_destroy<QKL::QKLMessage> message(readMessage(line.operands[0], input));
-    if (!message) return EXIT_REFUSED;
-    const QKL::QKLBinary* binary = dynamic_cast<const QKL::QKLBinary*>(message.get());
-    if (binary == nullptr || binary->internals() == nullptr)
-        return refuse(input.name, "the message is not held in a binary document");
-    if (!isBinaryDocument(input.bytes)) note(input.name, "XML text: showing the binary document it reads into");
+// One message's lines, appended to `out`.
+bool inspectMessage(const QKL::QKLMessage& message, const Received& received, std::string& out) {
+    const QKL::QKLBinary* binary = dynamic_cast<const QKL::QKLBinary*>(&message);
+    if (binary == nullptr || binary->internals() == nullptr) {
+        refuse(received.where, "the message is not held in a binary document");
+        return false;
+    }
+    if (!received.binary) note(received.where, "XML text: showing the binary document it reads into");
     const QKLBinaryInternals& doc = *binary->internals();
-    std::string out;
     describeDocument(doc, out);
     describeNodes(doc, out);
-    if (!describeMap(doc, input.name, out)) return EXIT_REFUSED;
-    return writeOutput(line.output, out) ? EXIT_DONE : EXIT_REFUSED;
+    return describeMap(doc, received.where, out);
 }
+
+}  // namespace
+
+int runInspect(const CommandLine& line) { return writeEachMessage(line.operands[0], line.output, inspectMessage); }
 
 }  // namespace qklmsg

@@ -1,6 +1,8 @@
 #include "MessageIO.h"
 
+#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 
 namespace qklmsg {
 
@@ -14,40 +16,52 @@ constexpr std::size_t KIND_PREFIX_BYTES = 4;
 
 std::string offsetText(std::size_t offset) { return "offset " + std::to_string(offset); }
 
-QKLMessage* messageFromBinary(const Input& input) {
-    const int length = int(input.bytes.size());
-    const int framed = QKLMessage::isComplete(input.bytes.data(), length);
-    if (framed <= 0) {
-        refuse(input.name, "truncated binary document: its header and root need more than " +
-                               std::to_string(length) + " bytes");
-        return nullptr;
-    }
-    if (framed < length) {
-        refuse(input.name, "bytes after the end of the binary document at " + offsetText(std::size_t(framed)));
-        return nullptr;
-    }
-    QKLMessage* message = QKLMsgFactory::createNew(input.bytes.data(), length);
-    if (message == nullptr)
-        refuse(input.name, "malformed binary document: a node or the map area does not fit where it claims");
-    return message;
+// How the message that starts at some offset of the input is framed.
+struct Frame {
+    std::size_t taken;  // input bytes of the message (XML text: with its zero byte, if it has one)
+    int length;         // bytes handed to the library: XML text ended by the end of input gets
+                        // the zero byte that std::string keeps behind its bytes
+    bool binary;        // a binary document, else XML text
+    bool truncated;     // a binary document cut short by the end of input
+};
+
+// The bytes begin as a binary document does: the whole magic, or as much of it as there is.
+bool startsLikeBinary(const char* bytes, std::size_t length) {
+    return std::memcmp(bytes, &QKL::binary::MAGIC, std::min(length, sizeof QKL::binary::MAGIC)) == 0;
 }
 
-// XML text is framed up to and with its zero byte, so the terminating zero
-// that std::string keeps behind its bytes is passed along.
-QKLMessage* messageFromText(const Input& input) {
-    const int length = int(input.bytes.size()) + 1;
-    const int framed = QKLMessage::isComplete(input.bytes.c_str(), length);
-    if (framed <= 0) {
-        refuse(input.name, "the start of a binary document, cut short at " + offsetText(input.bytes.size()));
+// The message at `at` (before the end of input), framed by the library; what
+// it leaves open is XML text ended by the end of input, or a binary document cut short.
+Frame frameAt(const std::string& bytes, std::size_t at) {
+    const char* start = bytes.data() + at;
+    const std::size_t left = bytes.size() - at;
+    const bool binary = startsLikeBinary(start, left);
+    const int framed = QKLMessage::isComplete(start, int(left));
+    if (framed > 0) return {std::size_t(framed), framed, binary, false};
+    return {left, int(left) + 1, binary, binary};
+}
+
+std::string truncatedText(std::size_t at, std::size_t left) {
+    return std::string("truncated binary document") + (at > 0 ? " (the last message)" : "") +
+           ": its header and root need more than " + std::to_string(left) + " bytes";
+}
+
+// The message framed at `at`, owned by the caller; null after reporting.
+QKLMessage* messageAt(const Input& input, std::size_t at, const Frame& frame, const std::string& where) {
+    if (frame.truncated) {
+        refuse(where, truncatedText(at, frame.taken));
         return nullptr;
     }
-    if (framed < length) {
-        refuse(input.name, "a zero byte at " + offsetText(std::size_t(framed) - 1) + " in XML text");
-        return nullptr;
-    }
-    QKLMessage* message = QKLMsgFactory::createNew(input.bytes.c_str(), length);
-    if (message == nullptr) refuse(input.name, "not a message: the XML reader refused the text");
-    return message;
+    QKLMessage* message = QKLMsgFactory::createNew(input.bytes.data() + at, frame.length);
+    if (message != nullptr) return message;
+    refuse(where, frame.binary ? "malformed binary document: a node or the map area does not fit where it claims"
+                               : "not a message: the XML reader refused the text");
+    return nullptr;
+}
+
+// The input's name for the first message, with the offset for the others.
+std::string messageWhere(const Input& input, std::size_t at) {
+    return at == 0 ? input.name : input.name + " at " + offsetText(at);
 }
 
 bool renderText(const QKLMessage& message, const std::string& where, std::string& text) {
@@ -56,7 +70,7 @@ bool renderText(const QKLMessage& message, const std::string& where, std::string
         refuse(where, "the message cannot be written as XML text");
         return false;
     }
-    text = rendered;
+    text += rendered;
     std::free(rendered);
     return true;
 }
@@ -69,9 +83,11 @@ bool renderBinary(const QKLMessage& message, const std::string& where, std::stri
         refuse(where, "the message cannot be serialized");
         return false;
     }
-    bytes.assign(buffer, std::size_t(length));
+    const std::string written(buffer, std::size_t(length));
     std::free(buffer);
-    if (!isBinaryDocument(bytes)) note(where, "message version below 4.0.0: serialized as XML text, as for such peers");
+    if (!isBinaryDocument(written))
+        note(where, "message version below 4.0.0: serialized as XML text, as for such peers");
+    bytes += written;
     return true;
 }
 
@@ -86,11 +102,34 @@ QKLMessage* readMessage(const Input& input) {
         refuse(input.name, "empty input");
         return nullptr;
     }
-    return isBinaryDocument(input.bytes) ? messageFromBinary(input) : messageFromText(input);
+    const Frame frame = frameAt(input.bytes, 0);
+    if (frame.truncated || frame.taken == input.bytes.size()) return messageAt(input, 0, frame, input.name);
+    if (frame.binary)
+        refuse(input.name, "bytes after the end of the binary document at " + offsetText(frame.taken));
+    else
+        refuse(input.name, "a zero byte at " + offsetText(frame.taken - 1) + " in XML text");
+    return nullptr;
 }
 
 QKLMessage* readMessage(const std::string& path, Input& input) {
     return readInput(path, input) ? readMessage(input) : nullptr;
+}
+
+int writeEachMessage(const std::string& path, const std::string& output, MessageWriter write) {
+    Input input;
+    if (!readInput(path, input)) return EXIT_REFUSED;
+    if (input.bytes.empty()) return refuse(input.name, "empty input");
+    std::string out;
+    for (std::size_t at = 0; at < input.bytes.size();) {
+        const Frame frame = frameAt(input.bytes, at);
+        const Received received{messageWhere(input, at), frame.binary};
+        // The complete messages before a truncated one are written first.
+        if (frame.truncated && at > 0 && !writeOutput(output, out)) return EXIT_REFUSED;
+        QKL::auto_destroy<QKLMessage> message(messageAt(input, at, frame, received.where));
+        if (!message || !write(*message, received, out)) return EXIT_REFUSED;
+        at += frame.taken;
+    }
+    return writeOutput(output, out) ? EXIT_DONE : EXIT_REFUSED;
 }
 
 bool renderMessage(const QKLMessage& message, MessageForm form, const std::string& where, std::string& out) {

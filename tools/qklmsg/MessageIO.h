@@ -1,7 +1,12 @@
-// Messages in and out of the tool: input bytes become a message the way the
+// Messages in and out of the tool: input bytes become messages the way the
 // library tells a binary document from XML text (QKLMsgFactory::kindOf for
 // the kind, QKLMessage::isComplete for the framing), and a message leaves as
 // XML text (toText) or as a binary document (serialize).
+//
+// An input may hold several messages back to back, as a transport receives
+// them: a binary document ends where its sizes say, XML text at its zero byte.
+// The end of input ends XML text as its zero byte would, so a text file needs
+// none; a binary document cut short by the end of input is truncated.
 #ifndef QKLMSG_MESSAGEIO_H
 #define QKLMSG_MESSAGEIO_H
 
@@ -19,17 +24,34 @@ bool isBinaryDocument(const std::string& bytes);
 // message it holds as readMessage(input) does; null after reporting.
 QKL::QKLMessage* readMessage(const std::string& path, Input& input);
 
-// The message the input holds, owned by the caller (destroy()); null after
-// reporting on standard error why the input was refused.
+// The one message the input holds, owned by the caller (destroy()); null
+// after reporting on standard error why the input was refused (bytes after
+// the message included).
 QKL::QKLMessage* readMessage(const Input& input);
+
+// One message of an input that holds several: `where` names it for reports,
+// `binary` tells whether it came as a binary document (else as XML text).
+struct Received {
+    std::string where;
+    bool binary;
+};
+
+// Appends what a command makes of one message to `out`; false after reporting.
+using MessageWriter = bool (*)(const QKL::QKLMessage& message, const Received& received, std::string& out);
+
+// Reads every message of the input at `path` in turn, appends what `write`
+// makes of each, and writes the whole to `output` (see writeOutput). A message
+// refused writes nothing. A truncated last message is refused after the
+// complete ones before it are written. Returns an ExitStatus.
+int writeEachMessage(const std::string& path, const std::string& output, MessageWriter write);
 
 // The forms a message is written in.
 enum class MessageForm { XmlText, BinaryDocument };
 
-// The whole message in `form`; false after reporting (`where` names the
-// message). XML text ends with a line end. A message whose own version is
-// below 4.0.0 serializes as XML text, as the library does for such peers;
-// that is said on standard error.
+// Appends the whole message in `form` to `out`; false after reporting
+// (`where` names the message). XML text ends with a line end. A message whose
+// own version is below 4.0.0 serializes as XML text with its zero byte, as the
+// library does for such peers; that is said on standard error.
 bool renderMessage(const QKL::QKLMessage& message, MessageForm form, const std::string& where, std::string& out);
 
 // A new, empty message of the default protocol, owned by the caller; null after reporting.

@@ -12,8 +12,12 @@
 //   qklmsg vocab NAME|ID                      element, namespace and type vocabulary look-up, both ways
 //
 // IN is a path or "-" for standard input; a message on input may be a binary
-// document or XML text, told apart as the library does. Output goes to standard
-// output, or with -o to a file that appears only whole. Exit status: 0 done,
+// document or XML text, told apart as the library does. to-xml, to-binary and
+// inspect take every message of IN in turn, as a transport receives them back
+// to back (XML text ended by a zero byte or the end of input). Output goes to
+// standard output, or with -o to a file that appears only whole: nothing when
+// a message is refused, but the complete messages before a truncated last one
+// are written, to OUT too, before that one is refused. Exit status: 0 done,
 // 1 input refused (one line on standard error says what and where), 2 usage.
 #include <csignal>
 #include <cstdio>
@@ -38,6 +42,9 @@ const char USAGE[] =
     "(to-binary, soap-to-msg -b) is not written to a terminal. inspect reads XML text into a\n"
     "binary document first and says so on standard error. msg-to-soap answers in SOAP 1.1\n"
     "unless --soap 1.2 is given.\n"
+    "to-xml, to-binary and inspect handle every message of IN in turn: binary documents and\n"
+    "XML texts ended by a zero byte, back to back. A truncated last message is refused after\n"
+    "the output of the complete ones before it is written (to OUT too).\n"
     "Exit status: 0 done, 1 input refused (the reason on standard error), 2 usage.\n";
 
 struct CommandEntry {
