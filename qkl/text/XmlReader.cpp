@@ -127,11 +127,15 @@ int knownElementID(const QKLProtocolIDMap& map, const CharArray& name) {
 // or assigned; else a new per-document ID. For a name without ":" findStr
 // repeats the look-ups just made and then assigns the next per-document ID
 // (the map's counter is private to it). A prefixed name whose local part is
-// empty names nothing: 0, an unknown element.
+// empty names nothing: 0, an unknown element. The local part is what stands
+// behind the name's last ":", so that it holds no ":" itself: the writer puts a
+// name without a namespace as it is, and it must read back as the same name.
 int elementID(QKLProtocolIDMap& map, const CharArray& name) {
     const int id = knownElementID(map, name);
     if (id != 0) return id;
-    const CharArray local = localOf(name);
+    const unsigned int colon = name.rfind(':');
+    const CharArray local =
+        colon == CharArray::npos ? name : CharArray(name.ptr() + colon + 1, name.length() - colon - 1);
     if (local.empty()) return 0;
     return map.findStr(local, &QKLDefaultMap::findElem, QKLProtocolIDMap::ELEMENT);
 }
