@@ -344,7 +344,9 @@ int QKLBinary::xmlTypeFromText(BinaryPath& path, const CharArray& attrPrefix, co
         const std::string attribute = attrPrefix.str() + ":" + TYPE_LOCAL_NAME.str();
         return attrFromText(path, CharArray(attribute.data(), unsigned(attribute.size())));
     }
-    if (value.empty()) return -1;
+    // A type is a QName: one prefix and a local name without ":". The writer splits a
+    // type's full name at its last ":", so a local name holding one could not come back.
+    if (value.empty() || value.find(':') != CharArray::npos) return -1;
     std::string fullName;
     if (!valuePrefix.empty()) {
         const CharArray typeNamespace = prefixURI(map, prefixes, valuePrefix);
