@@ -130,13 +130,15 @@ int knownElementID(const QKLProtocolIDMap& map, const CharArray& name) {
 // empty names nothing: 0, an unknown element. The local part is what stands
 // behind the name's last ":", so that it holds no ":" itself: the writer puts a
 // name without a namespace as it is, and it must read back as the same name.
+// For the same reason a local part that starts with "!" or "?" names nothing:
+// written back, "<!" and "<?" would open a declaration or an instruction.
 int elementID(QKLProtocolIDMap& map, const CharArray& name) {
     const int id = knownElementID(map, name);
     if (id != 0) return id;
     const unsigned int colon = name.rfind(':');
     const CharArray local =
         colon == CharArray::npos ? name : CharArray(name.ptr() + colon + 1, name.length() - colon - 1);
-    if (local.empty()) return 0;
+    if (local.empty() || local.ptr()[0] == '!' || local.ptr()[0] == '?') return 0;
     return map.findStr(local, &QKLDefaultMap::findElem, QKLProtocolIDMap::ELEMENT);
 }
 
