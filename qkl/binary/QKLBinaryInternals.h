@@ -31,7 +31,8 @@ public:
 
     // No buffer: holds no document until turnBlank or copy.
     QKLBinaryInternals();
-    // Deep copy of a document; the copy has no buffer when growth fails.
+    // Deep copy of a document; the copy has no buffer when growth fails. The source is
+    // only read, so its other users may go on reading it meanwhile.
     explicit QKLBinaryInternals(const QKLBinaryInternals* source);
     ~QKLBinaryInternals();
     QKLBinaryInternals(const QKLBinaryInternals&) = delete;

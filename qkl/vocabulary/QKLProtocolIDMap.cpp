@@ -1,7 +1,9 @@
 #include "qkl/vocabulary/QKLProtocolIDMap.h"
 
 #include <climits>
+#include <mutex>
 #include <string>
+#include <string_view>
 
 #include "qkl/binary/Format.h"
 #include "qkl/binary/QKLBinaryInternals.h"
@@ -28,6 +30,23 @@ CharArray vocabularyName(int id) {
     const CharArray& element = getStringByElemIdDefault(id);
     return element.empty() ? getStringByNSIdDefault(id) : element;
 }
+
+// One lock for the first decoding of every map: that happens once per received
+// document, too rarely to be worth a lock in each map.
+std::mutex& decodeLock() {
+    static std::mutex lock;
+    return lock;
+}
+
+// What the name index can hold: a nonempty name of characters 1 to 127 (SearchTblItem).
+bool indexable(const CharArray& name) {
+    if (name.length() == 0) return false;
+    for (unsigned int i = 0; i < name.length(); ++i)
+        if (static_cast<signed char>(name.ptr()[i]) <= 0) return false;
+    return true;
+}
+
+std::string_view viewOf(const CharArray& name) { return std::string_view(name.ptr(), name.length()); }
 
 int vocabularyID(const CharArray& name) {
     int id = getElemIdByStringDefault(name.ptr(), name.length());
@@ -98,35 +117,37 @@ CharArray QKLProtocolIDMap::CharArrayEx::get() const {
 // ---- construction ---------------------------------------------------------------------------
 
 QKLProtocolIDMap::QKLProtocolIDMap(QKLBinaryInternals* doc)
-    : m_index(new Internal::SearchTblItem), m_ownIndex(true), m_nextID(BEGIN_ID),
+    : m_index(new Internal::SearchTblItem), m_decoded(false), m_nextID(BEGIN_ID),
       m_messageVersion(QKLBinaryInternals::DEFAULT_MESSAGE_VERSION), m_doc(doc) {}
 
-// Both sides give up ownership of the shared index: whichever writes first
-// takes a private copy, so neither sees IDs that only the other assigned.
-QKLProtocolIDMap::QKLProtocolIDMap(const QKLProtocolIDMap& other)
-    : m_elements(other.m_elements), m_types(other.m_types), m_index(other.m_index), m_ownIndex(false),
-      m_nextID(other.m_nextID), m_messageVersion(other.m_messageVersion), m_doc(other.m_doc) {
-    other.m_ownIndex = false;
-}
+// The source is left as it is: other threads may be looking names up through
+// it. Whichever map writes first while the index is shared takes a private copy.
+QKLProtocolIDMap::QKLProtocolIDMap(const QKLProtocolIDMap& other) : m_decoded(false) { copyFrom(other); }
 
 QKLProtocolIDMap& QKLProtocolIDMap::operator=(const QKLProtocolIDMap& other) {
-    if (this == &other) return *this;
+    if (this != &other) copyFrom(other);
+    return *this;
+}
+
+void QKLProtocolIDMap::copyFrom(const QKLProtocolIDMap& other) {
+    // Decoded first, so that no other thread's first look-up fills it while it is copied.
+    other.decodeOnce();
     m_elements = other.m_elements;
     m_types = other.m_types;
     m_index = other.m_index;
-    m_ownIndex = false;
-    other.m_ownIndex = false;
+    m_unindexed = other.m_unindexed;
     m_nextID = other.m_nextID;
     m_messageVersion = other.m_messageVersion;
     m_doc = other.m_doc;
-    return *this;
+    m_decoded.store(true, std::memory_order_relaxed);
 }
 
 void QKLProtocolIDMap::reset() {
     m_elements.clear();
     m_types.clear();
     m_index.reset(new Internal::SearchTblItem);
-    m_ownIndex = true;
+    m_unindexed.clear();
+    m_decoded.store(false, std::memory_order_relaxed);
     m_nextID = BEGIN_ID;
     m_messageVersion = QKLBinaryInternals::DEFAULT_MESSAGE_VERSION;
 }
@@ -138,18 +159,34 @@ void QKLProtocolIDMap::setDoc(QKLBinaryInternals* doc) {
 }
 
 void QKLProtocolIDMap::str2IDMapCheckCopyOnWrite() const {
-    if (m_ownIndex) return;
+    // An acquire load: the other holders' reads of the index are over once they have let it go.
+    if (m_index.use_count() == 1) return;
     m_index.reset(new Internal::SearchTblItem(*m_index));
-    m_ownIndex = true;
 }
 
 // ---- decoding ---------------------------------------------------------------------------------
 
+// The first call decodes the map area (unless names were recorded before, or there
+// is none). Later calls with no name decoded (an area of types only, or a malformed
+// one) check the area again: only a walk, the entries are recorded already.
 int QKLProtocolIDMap::validate() const {
+    decodeOnce();
     if (!m_elements.empty()) return 0;
     if (m_doc == nullptr || m_doc->buffer() == nullptr) return 0;
     if (m_doc->used() < binary::HEADER_SIZE || m_doc->format().map().size() == 0) return 0;
-    return decodeEntries(nullptr, 0);
+    MapWalk check = ownMap(*m_doc);
+    while (!check.done()) check.next();
+    return check.valid() ? 0 : -1;
+}
+
+void QKLProtocolIDMap::decodeOnce() const {
+    if (m_decoded.load(std::memory_order_acquire)) return;
+    std::lock_guard<std::mutex> lock(decodeLock());
+    if (m_decoded.load(std::memory_order_relaxed)) return;
+    if (m_elements.empty() && m_doc != nullptr && m_doc->buffer() != nullptr &&
+        m_doc->used() >= binary::HEADER_SIZE && m_doc->format().map().size() != 0)
+        decodeEntries(nullptr, 0);
+    m_decoded.store(true, std::memory_order_release);
 }
 
 int QKLProtocolIDMap::decode(const char* area, unsigned long size) { return decodeEntries(area, size); }
@@ -176,14 +213,29 @@ int QKLProtocolIDMap::decodeEntries(const char* area, unsigned long size) const 
     // The document's own entries are in the document already: writing them
     // back would duplicate them, and would move the buffer under the walk.
     const bool write = !fresh && !own;
+    bool skipped = false;
     for (MapWalk walk = start; !walk.done(); walk.next()) {
         const binary::Node entry = walk.entry();
         const int kind = entry.type();
         CharArrayEx name = own ? CharArrayEx(m_doc, entry) : CharArrayEx(entry);
+        skipped |= (kind == TYPE ? m_types : m_elements).count(entry.tag()) != 0;
         record(name, entry.tag(), kind, write);
         if (fresh) keepCounterBelow(entry.tag(), kind);
     }
+    if (own && skipped) collectUnindexed();
     return 0;
+}
+
+// A name whose every entry lost its ID to an earlier entry is in no map and not in
+// the index. Its first entry (in area order) answers a look-up by name, as long as
+// the name is one the index can hold and the entry's ID is not 0.
+void QKLProtocolIDMap::collectUnindexed() const {
+    for (MapWalk walk = ownMap(*m_doc); !walk.done(); walk.next()) {
+        const CharArray name = walk.name();
+        if (!indexable(name)) continue;
+        const Internal::SearchTblItem* item = m_index->findItem(name.ptr(), name.length());
+        if (item == nullptr || item->id() == 0) m_unindexed.emplace(name.str(), Unindexed(walk.entry().tag()));
+    }
 }
 
 void QKLProtocolIDMap::keepCounterBelow(int tag, int kind) const {
@@ -241,24 +293,24 @@ CharArray QKLProtocolIDMap::findTypeIDC(int id) const {
 }
 
 int QKLProtocolIDMap::doFind(const CharArray& name) const {
+    // An unindexed name once looked up stands before any later index entry of that name.
+    if (!m_unindexed.empty() && name.ptr() != nullptr) {
+        UnindexedNames::const_iterator found = m_unindexed.find(viewOf(name));
+        if (found != m_unindexed.end() && found->second.asked.load(std::memory_order_relaxed))
+            return found->second.id;
+    }
     const Internal::SearchTblItem* item = m_index ? m_index->findItem(name.ptr(), name.length()) : nullptr;
-    const int id = item ? item->id() : 0;
-    if (id == 0 || m_ownIndex) return id;
-    // A shared index may hold names that only the other copies know.
-    return m_elements.count(id) != 0 ? id : 0;
+    return item ? item->id() : 0;
 }
 
+// Reached only for a name the index does not hold, so only the names the decoding
+// left out can be found in the area.
 int QKLProtocolIDMap::findStrInMsg(const CharArray& name) const {
-    if (m_doc == nullptr || m_doc->buffer() == nullptr) return 0;
-    for (MapWalk walk = ownMap(*m_doc); !walk.done(); walk.next()) {
-        const CharArray entryName = walk.name();
-        QKL_ASSERT(entryName.ptr() != nullptr && name.ptr() != nullptr);
-        if (entryName != name) continue;
-        str2IDMapCheckCopyOnWrite();
-        const int tag = walk.entry().tag();
-        return m_index->addItem(tag, entryName.ptr(), entryName.length()).second ? tag : 0;
-    }
-    return 0;
+    if (m_unindexed.empty() || name.ptr() == nullptr) return 0;
+    UnindexedNames::const_iterator found = m_unindexed.find(viewOf(name));
+    if (found == m_unindexed.end() || found->second.id == 0) return 0;
+    found->second.asked.store(true, std::memory_order_relaxed);
+    return found->second.id;
 }
 
 int QKLProtocolIDMap::findStrC(const CharArray& name, DefaultLookup) const {

@@ -11,11 +11,17 @@
 // A malformed map area (an entry of kind 3 or more, a nonzero ns, a data size
 // of 0, an entry that runs past the area) makes every look-up answer 0 or the
 // empty name; the area is never read outside the document's bytes.
+//
+// Threads: the const members only read once the map area is decoded, and the
+// decoding is done once, under a lock, by whichever look-up comes first; so
+// the sharers of one document may look names up on several threads at once.
+// The non-const members (and a look-up racing them) need the map to themselves.
 #ifndef QKL_VOCABULARY_QKLPROTOCOLIDMAP_H
 #define QKL_VOCABULARY_QKLPROTOCOLIDMAP_H
 
 #include <atomic>
 #include <map>
+#include <string>
 
 #include <boost/shared_ptr.hpp>
 
@@ -65,7 +71,8 @@ public:
 
     explicit QKLProtocolIDMap(QKLBinaryInternals* doc = nullptr);
     // Copies share the name index until one of them writes (copy on write);
-    // the ID-to-name maps are copied by value.
+    // the ID-to-name maps are copied by value. The source is only read (its
+    // map area decoded first, if no look-up did so yet).
     QKLProtocolIDMap(const QKLProtocolIDMap& other);
     QKLProtocolIDMap& operator=(const QKLProtocolIDMap& other);
 
@@ -89,7 +96,9 @@ public:
     // Reads map entries from `area` (size bytes), or from the document's own
     // area when area is null. 0, or -1 when the area is malformed.
     int decode(const char* area, unsigned long size);
+    // 0, or -1 when the document's map area is malformed; decodes the area on the first call.
     int validate() const;
+    // Takes a private copy of the name index when another map still shares it.
     void str2IDMapCheckCopyOnWrite() const;
     void setDoc(QKLBinaryInternals* doc);
 
@@ -105,18 +114,33 @@ private:
     typedef std::pair<const int, CharArrayEx> Entry;
     typedef std::map<int, CharArrayEx, std::less<int>, QKLLookASide<Entry> > IDMap;
 
-    // The decoded state is a cache of the document's map area, filled lazily by
-    // const look-ups; hence these are const over mutable members.
+    // A name of the received map area that its decoding left out of the index (its ID
+    // was taken by an earlier entry): a look-up by that name answers the ID of the
+    // name's first entry, and from then on the name counts as indexed under it.
+    struct Unindexed {
+        explicit Unindexed(int tag) : id(tag), asked(false) {}
+        Unindexed(const Unindexed& other) : id(other.id), asked(other.asked.load()) {}
+        int id;
+        mutable std::atomic<bool> asked;
+    };
+    typedef std::map<std::string, Unindexed, std::less<> > UnindexedNames;
+
+    // The decoded state is a cache of the document's map area, filled once by
+    // the first look-up; hence these are const over mutable members.
+    void decodeOnce() const;
     int decodeEntries(const char* area, unsigned long size) const;
+    void collectUnindexed() const;
     int record(const CharArrayEx& name, int id, int kind, bool writeToDocument) const;
     void keepCounterBelow(int tag, int kind) const;
+    void copyFrom(const QKLProtocolIDMap& other);
 
     mutable IDMap m_elements;
     mutable IDMap m_types;
+    // Shared with copies; written only by a map holding the only reference.
     mutable boost::shared_ptr<Internal::SearchTblItem> m_index;
-    // Atomic: the sharer that writes a shared document copies it, and the copy clears this flag of
-    // the source map while the other sharers look names up through it on their own threads.
-    mutable std::atomic<bool> m_ownIndex;
+    mutable UnindexedNames m_unindexed;
+    // Set (with release) once the map area is decoded; cleared by reset().
+    mutable std::atomic<bool> m_decoded;
     mutable int m_nextID;
     int m_messageVersion;
     QKLBinaryInternals* m_doc;
