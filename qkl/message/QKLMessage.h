@@ -9,6 +9,17 @@
 // one document and one count until a write (the iterator's validateInternals) makes
 // the writer's copy private through hardcopy().
 //
+// Threads: the sharers of one document may be used on different threads at
+// once. Every const member (look-ups by name or ID, getValue, iterator walks,
+// serialize, toText, copy, hardcopy) and destroy only read the shared document;
+// a write through a sharer first makes that sharer's document private and
+// leaves the others untouched. Separate messages may be used on separate
+// threads, and the factory may make messages on several threads once
+// initialize() has returned. Not allowed: one message object or one iterator
+// used by two threads at once (a sharer is handed over, not shared), and
+// initialize(), setFactory() or a protocol registration once other threads
+// use the library.
+//
 // Results: 0 success, -1 failure, except toTextFile (the stream's error
 // indicator) and fromTextFile (a short read count is passed on).
 #ifndef QKL_MESSAGE_QKLMESSAGE_H
