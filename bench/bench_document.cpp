@@ -3,7 +3,9 @@
 //    std::unordered_map over the same names; `allocs` counts operator new calls per look-up;
 //  - appending a child at the end of the tree, against pugixml's append_child and
 //    libbson's append, for documents of growing size: the QKL append moves only the
-//    map area behind the tree, so its cost per child must not grow with the tree.
+//    map area behind the tree, so its cost per child must not grow with the tree;
+//  - a typical agent reply (200 "env" elements of five values) serialized and received,
+//    and received then read value by value by name.
 #include <benchmark/benchmark.h>
 #include <bson/bson.h>
 #include <libxml/xmlstring.h>
@@ -12,6 +14,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <memory>
 #include <new>
 #include <string>
 #include <string_view>
@@ -139,6 +142,73 @@ void BM_AppendLibbson(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * children);
 }
 BENCHMARK(BM_AppendLibbson)->Arg(16)->Arg(256)->Arg(4096);
+
+// packet/data/envm with 200 "env" elements of five values; "env", "eid" and "load" are
+// no vocabulary names, so the document carries a map area.
+QKL::QKLMessage* agentReply() {
+    QKL::QKLMessage* reply = QKL::QKLMsgFactory::createNew();
+    reply->create("packet");
+    std::unique_ptr<QKL::QKLMessageIterator> at(reply->newIterator());
+    at->newChild("data");
+    at->newChild("envm");
+    for (int i = 0; i < 200; ++i) {
+        at->newChild("env");
+        at->putValue("agent-" + std::to_string(i), "eid");
+        at->putValue(std::string(i % 7 ? "running" : "stopped"), "status");
+        at->putValue(i % 100, "cpu");
+        at->putValueLongLong(1000000007LL * i, "memory");
+        at->putValueDouble(i / 8.0, "load");
+        at->seekUp();
+    }
+    return reply;
+}
+
+std::string agentReplyBytes() {
+    QKL::auto_destroy<> reply(agentReply());
+    char* bytes = nullptr;
+    int length = 0;
+    reply->serialize(&bytes, &length, nullptr, 40500);
+    std::string copy(bytes, size_t(length));
+    std::free(bytes);
+    return copy;
+}
+
+void BM_AgentReplySerializeAndReceive(benchmark::State& state) {
+    QKL::auto_destroy<> reply(agentReply());
+    for (auto _ : state) {
+        char* bytes = nullptr;
+        int length = 0;
+        reply->serialize(&bytes, &length, nullptr, 40500);
+        QKL::auto_destroy<> received(QKL::QKLMsgFactory::createNew(bytes, length));
+        benchmark::DoNotOptimize(received.get());
+        std::free(bytes);
+    }
+}
+BENCHMARK(BM_AgentReplySerializeAndReceive);
+
+// Receives the reply and reads all 1000 values by name; reports values per second.
+void BM_AgentReplyReceiveAndReadByName(benchmark::State& state) {
+    const std::string bytes = agentReplyBytes();
+    std::string text;
+    int cpu = 0;
+    long long memory = 0;
+    double load = 0;
+    for (auto _ : state) {
+        QKL::auto_destroy<> received(QKL::QKLMsgFactory::createNew(bytes.data(), int(bytes.size())));
+        std::unique_ptr<QKL::QKLMessageIterator> env(received->newIterator());
+        env->seek("data/envm");
+        for (int more = env->firstChild(); more == 0; more = env->nextSibling()) {
+            env->getValue(text, "eid");
+            env->getValue(text, "status");
+            env->getValue(cpu, "cpu");
+            env->getValueLongLong(memory, "memory");
+            env->getValueDouble(load, "load");
+            benchmark::DoNotOptimize(load);
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * 1000);
+}
+BENCHMARK(BM_AgentReplyReceiveAndReadByName);
 
 }  // namespace
 

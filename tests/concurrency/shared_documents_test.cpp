@@ -1,5 +1,6 @@
 // Documents on several threads: shallow copies of one document read, copied, written and dropped at
 // once; separate documents built at once (their ID maps share one node pool); messages from the factory.
+#include <atomic>
 #include <thread>
 
 #include "support/TreeModel.h"
@@ -185,4 +186,120 @@ TEST(Factory, MessagesMadeOnSeveralThreadsAfterInitialize) {
             ASSERT_EQ(text, textOf(*byKind));
         }
     });
+}
+
+// ---- a received document handed to six workers, one sharer each, all starting at once ----
+
+namespace {
+
+const int WORKERS = 6, ROUNDS = 60;
+
+template <class Work>
+void atOnce(const Work& work) {  // the workers start together, so that their first steps overlap
+    std::atomic<int> arrived{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < WORKERS; ++t)
+        threads.emplace_back([&, t] {
+            for (++arrived; arrived < WORKERS;) std::this_thread::yield();
+            work(t);
+        });
+    for (std::thread& thread : threads) thread.join();
+}
+
+// Every field, the list's count and the origin, read by name: "" when all hold `values`.
+std::string misread(const QKLMessage& message, const Values& values) {
+    Iterator at(const_cast<QKLMessage&>(message).newIterator());
+    std::string value, wrong;
+    int count = 0;
+    for (int i = 0; i < FIELDS; ++i)
+        if (at->getValue(value, field(i)) != 0 || value != values[size_t(i)]) wrong += field(i) + "=" + value + " ";
+    if (at->getValue(value, "origin") != 0 || value != "agentA") wrong += "origin=" + value + " ";
+    if (at->seek("x_list") != 0 || at->getValue(count, "x_count") != 0 || count != 7) wrong += "x_count ";
+    return wrong;
+}
+
+// A received copy of `bytes` and one sharer of it per worker, no name looked up yet.
+std::vector<QKLMessage*> receivedSharers(const std::string& bytes) {
+    QKLMessage* received = QKLMsgFactory::createNew(bytes.data(), int(bytes.size()));
+    std::vector<QKLMessage*> sharers{received};
+    while (sharers.size() < size_t(WORKERS)) sharers.push_back(received->copy(false));
+    return sharers;
+}
+
+Values written(int worker, int step) {  // what a worker writes over the fields
+    Values values = FIRST;
+    values[size_t((worker + step) % FIELDS)] = "w" + std::to_string(worker) + "." + std::to_string(step);
+    return values;
+}
+
+void write(QKLMessage& message, const Values& values) {
+    Iterator at(message.newIterator());
+    for (int i = 0; i < FIELDS; ++i) ASSERT_EQ(0, at->putValue(values[size_t(i)], field(i)));
+    // The document's own type name: an un-shared copy finds it as the document does, and adds no entry.
+    ASSERT_FALSE(at->seek("x_list") || at->setComplexType("urn:test:types", "List"));
+}
+
+}  // namespace
+
+TEST(ReceivedDocument, SixSharersLookUpByNameAtOnceBeforeAnyOtherLookUp) {
+    auto_destroy<> sample(original());
+    const std::string bytes = bytesOf(*sample), text = textOf(*sample);
+    for (int round = 0; round < ROUNDS; ++round) {
+        const std::vector<QKLMessage*> sharers = receivedSharers(bytes);
+        atOnce([&](int t) {
+            auto_destroy<> mine(sharers[size_t(t)]);
+            EXPECT_EQ("", misread(*mine, FIRST)) << "worker " << t;
+            EXPECT_EQ(t % 2 ? text : bytes, t % 2 ? textOf(*mine) : bytesOf(*mine)) << "worker " << t;
+        });
+    }
+}
+
+TEST(ReceivedDocument, OneWriterUnsharesWhileFiveReadSerializeAndDropTheirs) {
+    auto_destroy<> sample(original());
+    const std::string bytes = bytesOf(*sample);
+    std::vector<std::string> expected;  // the writer's bytes after each step, written on one thread
+    {
+        auto_destroy<> alone(QKLMsgFactory::createNew(bytes.data(), int(bytes.size())));
+        for (int step = 0; step < 8; ++step) write(*alone, written(0, step)), expected.push_back(bytesOf(*alone));
+    }
+    for (int round = 0; round < ROUNDS; ++round) {
+        const std::vector<QKLMessage*> sharers = receivedSharers(bytes);
+        auto_destroy<> kept(sharers[0]->copy(false));  // outlives the workers: the source's bytes are checked after
+        atOnce([&](int t) {
+            auto_destroy<> mine(sharers[size_t(t)]);
+            for (int step = 0; step < 8; ++step) {
+                if (t == 0) {
+                    write(*mine, written(0, step));
+                    ASSERT_EQ(expected[size_t(step)], bytesOf(*mine)) << "step " << step;
+                    ASSERT_EQ("", misread(*mine, written(0, step))) << "step " << step;
+                } else {
+                    ASSERT_EQ("", misread(*mine, FIRST)) << "worker " << t;
+                    ASSERT_EQ(bytes, bytesOf(*mine)) << "worker " << t;
+                    auto_destroy<> passing(mine->copy(false));  // made and dropped while the writer un-shares
+                }
+            }
+        });
+        ASSERT_EQ(bytes, bytesOf(*kept));
+        ASSERT_EQ(1, kept->shareCount());
+    }
+}
+
+TEST(ReceivedDocument, EveryWorkerWritesThroughItsOwnSharerAndHardCopies) {
+    auto_destroy<> sample(original());
+    const std::string bytes = bytesOf(*sample);
+    for (int round = 0; round < ROUNDS; ++round) {
+        const std::vector<QKLMessage*> sharers = receivedSharers(bytes);
+        auto_destroy<> kept(sharers[0]->copy(false));
+        atOnce([&](int t) {
+            auto_destroy<> mine(sharers[size_t(t)]);
+            auto_destroy<> second(mine->copy(false));
+            ASSERT_EQ(0, second->hardcopy());  // a private copy, taken while the others copy and write
+            write(*mine, written(t, round));
+            ASSERT_EQ("", misread(*mine, written(t, round))) << "worker " << t;
+            ASSERT_EQ("", misread(*second, FIRST)) << "worker " << t;
+            ASSERT_EQ(1, second->shareCount());
+        });
+        ASSERT_EQ(bytes, bytesOf(*kept));
+        ASSERT_EQ("", misread(*kept, FIRST));
+    }
 }
