@@ -112,10 +112,9 @@ int readTextAttribute(const char*& cursor, TextAttribute& attribute) {
     return 0;
 }
 
-// findStrC without its scan of the map area. The reader only ever looks names
-// up in the fresh document it builds, whose every map entry went through
-// insertID and so stands in the name index: the scan could find nothing more,
-// and would make a text of n new names cost O(n^2).
+// findStrC without its checks of a received map area. The reader only ever
+// looks names up in the fresh document it builds, whose every map entry went
+// through insertID and so stands in the name index: nothing more can be found.
 int knownElementID(const QKLProtocolIDMap& map, const CharArray& name) {
     int id = map.doFind(name);
     if (id == 0) id = getElemIdByStringDefault(name.ptr(), name.length());
