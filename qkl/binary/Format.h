@@ -27,8 +27,10 @@
 #define QKL_BINARY_FORMAT_H
 
 #include <cstdint>
+#include <cstring>
 
 #include "qkl/binary/Limits.h"
+#include "qkl/common/QKLAssert.h"
 
 namespace QKL {
 namespace binary {
@@ -92,7 +94,15 @@ inline unsigned int nodeBorder(unsigned short type, unsigned int dataSize) {
 // The size rule (`calculate`) for a given format version. 64-bit, because a
 // hostile data size near 2^32 gives a size above 2^32: such a node fits in no
 // arena, and Node::probe rejects it instead of wrapping around.
-std::uint64_t nodeSize(unsigned char formatVersion, unsigned short type, unsigned int dataSize);
+inline std::uint64_t nodeSize(unsigned char formatVersion, unsigned short type, unsigned int dataSize) {
+    const std::uint64_t ds = dataSize;
+    const std::uint64_t align = ~std::uint64_t(7);
+    if (formatVersion == FORMAT_VERSION)
+        return nodeBorder(type, dataSize) ? (ds + 23) & align : (ds + 19) & align;
+    // The legacy rule always leaves at least one byte behind the payload; kept as it
+    // is, since it decides where a legacy document's next sibling is read.
+    return (ds + 12) / 8 * 8 + 8;
+}
 
 // ---- Arena: a view of a document buffer; owns nothing ----------------------------
 class Arena {
@@ -220,9 +230,14 @@ public:
 
         bool empty() const { return begin >= end; }
         Node node() const { return Node(arena, begin); }
-        bool valid() const;            // a node at begin, whole inside the arena and [begin, end)
+        bool valid() const { return size() != 0; }  // a node at begin, whole inside the arena and [begin, end)
         node_range children() const;   // a valid container's child run, else no node
         node_range next() const;       // [begin + size, end) for a valid node, else no node
+        // The node's size when valid(), else 0 (no node has size 0).
+        std::uint64_t size() const;
+        // The run from the first node whose tag is `tag` (from the first node when
+        // `anyTag`); no node when none comes before the end or before a node that is not valid().
+        node_range find(int tag, bool anyTag) const;
         // valid(), and so is its whole subtree: the children of every container
         // tile its payload exactly. Checks untrusted bytes before a copy relies on
         // the structure; iterative, so any depth is fine.
@@ -352,6 +367,86 @@ private:
     Arena m_arena;
     map_type m_map;
 };
+
+// ---- Inline definitions: every walk of every document goes through these -------------
+
+namespace detail {
+
+// A T at node offset `at` + `field`; 0 (reported) when it is not inside the arena.
+template <typename T>
+inline T readField(const Arena& arena, unsigned int at, unsigned int field) {
+    T value = 0;
+    const char* node = arena.readSpan(at, std::uint64_t(field) + sizeof(T));
+    QKL_ASSERT(node != nullptr);
+    if (node) std::memcpy(&value, node + field, sizeof(T));
+    return value;
+}
+
+}  // namespace detail
+
+inline int Node::tag() const { return detail::readField<std::int32_t>(m_arena, m_at, TAG_OFFSET); }
+inline unsigned short Node::type() const { return detail::readField<std::uint16_t>(m_arena, m_at, TYPE_OFFSET); }
+inline unsigned short Node::ns() const { return detail::readField<std::uint16_t>(m_arena, m_at, NS_OFFSET); }
+inline unsigned int Node::dataSize() const {
+    return detail::readField<std::uint32_t>(m_arena, m_at, DATA_SIZE_OFFSET);
+}
+// Header byte 7 gives the size rule; an arena without a header reads (reported) as the legacy rule.
+inline std::uint64_t Node::size() const {
+    return nodeSize(detail::readField<unsigned char>(m_arena, 0, VERSION_OFFSET), type(), dataSize());
+}
+inline const char* Node::data() const {
+    const char* payload = m_arena.readSpan(m_at, std::uint64_t(overhead()) + dataSize());
+    QKL_ASSERT(payload != nullptr);
+    return payload ? payload + overhead() : nullptr;
+}
+
+inline bool Node::probe(const Arena& arena, unsigned int at) {
+    if (arena.readSpan(at, NODE_HEAD) == nullptr) return true;
+    // The header is inside, so these reads cannot fail (and so never report).
+    return arena.readSpan(at, Node(arena, at).size()) == nullptr;
+}
+
+// Node::probe and the range's end in one pass over the node's header.
+inline std::uint64_t Format::node_range::size() const {
+    const char* head = empty() ? nullptr : arena.readSpan(begin, NODE_HEAD);
+    if (head == nullptr) return 0;
+    std::uint16_t type = 0;
+    std::uint32_t dataSize = 0;
+    std::memcpy(&type, head + TYPE_OFFSET, sizeof type);
+    std::memcpy(&dataSize, head + DATA_SIZE_OFFSET, sizeof dataSize);
+    const std::uint64_t bytes =
+        nodeSize(detail::readField<unsigned char>(arena, 0, VERSION_OFFSET), type, dataSize);
+    if (arena.readSpan(begin, bytes) == nullptr) return 0;
+    return std::uint64_t(begin) + bytes <= end ? bytes : 0;
+}
+
+inline Format::node_range Format::node_range::children() const {
+    const node_range none{arena, end, end};
+    const std::uint64_t bytes = size();
+    if (bytes == 0 || !node().isContainer()) return none;
+    const Node parent = node();
+    const unsigned int first = begin + parent.overhead();
+    // A corrupt data size (not a sum of node sizes) must not reach past the parent.
+    std::uint64_t last = std::uint64_t(first) + parent.dataSize();
+    const std::uint64_t parentEnd = begin + bytes;
+    if (last > parentEnd) last = parentEnd;
+    return node_range{arena, first, static_cast<unsigned int>(last)};
+}
+
+inline Format::node_range Format::node_range::find(int tag, bool anyTag) const {
+    node_range at = *this;
+    for (std::uint64_t bytes = at.size(); bytes != 0; bytes = at.size()) {
+        if (anyTag || at.node().tag() == tag) return at;
+        at.begin += static_cast<unsigned int>(bytes);
+    }
+    return node_range{arena, end, end};
+}
+
+inline Format::node_range Format::node_range::next() const {
+    const std::uint64_t bytes = size();
+    if (bytes == 0) return node_range{arena, end, end};
+    return node_range{arena, begin + static_cast<unsigned int>(bytes), end};
+}
 
 }  // namespace binary
 }  // namespace QKL

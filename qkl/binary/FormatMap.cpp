@@ -11,28 +11,6 @@ namespace binary {
 
 // ---- node_range -------------------------------------------------------------------------
 
-bool Format::node_range::valid() const {
-    if (empty() || Node::probe(arena, begin)) return false;
-    return std::uint64_t(begin) + node().size() <= end;
-}
-
-Format::node_range Format::node_range::children() const {
-    const node_range none{arena, end, end};
-    if (!valid() || !node().isContainer()) return none;
-    const Node parent = node();
-    const unsigned int first = begin + parent.overhead();
-    // A corrupt data size (not a sum of node sizes) must not reach past the parent.
-    std::uint64_t last = std::uint64_t(first) + parent.dataSize();
-    const std::uint64_t parentEnd = begin + parent.size();
-    if (last > parentEnd) last = parentEnd;
-    return node_range{arena, first, static_cast<unsigned int>(last)};
-}
-
-Format::node_range Format::node_range::next() const {
-    if (!valid()) return node_range{arena, end, end};
-    return node_range{arena, begin + static_cast<unsigned int>(node().size()), end};
-}
-
 bool Format::node_range::subtreeValid() const {
     if (!valid()) return false;
     // The ends of the containers entered so far, innermost last.

@@ -12,16 +12,6 @@ namespace binary {
 
 namespace {
 
-// Reads a T at node offset `at` + `field`; 0 (reported) when it is not inside the arena.
-template <typename T>
-T readField(const Arena& arena, unsigned int at, unsigned int field) {
-    T value = 0;
-    const char* node = arena.readSpan(at, std::uint64_t(field) + sizeof(T));
-    QKL_ASSERT(node != nullptr);
-    if (node) std::memcpy(&value, node + field, sizeof(T));
-    return value;
-}
-
 // Writes a T at node offset `at` + `field`. Silent on a read-only arena (a read-only
 // view is never edited); reported when the field is outside a writable arena.
 template <typename T>
@@ -32,22 +22,7 @@ void writeField(const Arena& arena, unsigned int at, unsigned int field, T value
     if (node) std::memcpy(node + field, &value, sizeof(T));
 }
 
-// Header byte 7. Reported and 0 (the legacy rule) on an arena without a header.
-unsigned char formatVersionOf(const Arena& arena) {
-    return readField<unsigned char>(arena, 0, VERSION_OFFSET);
-}
-
 }  // namespace
-
-std::uint64_t nodeSize(unsigned char formatVersion, unsigned short type, unsigned int dataSize) {
-    const std::uint64_t ds = dataSize;
-    const std::uint64_t align = ~std::uint64_t(7);
-    if (formatVersion == FORMAT_VERSION)
-        return nodeBorder(type, dataSize) ? (ds + 23) & align : (ds + 19) & align;
-    // The legacy rule always leaves at least one byte behind the payload; kept as it
-    // is, since it decides where a legacy document's next sibling is read.
-    return (ds + 12) / 8 * 8 + 8;
-}
 
 // ---- Arena ----------------------------------------------------------------------------
 
@@ -63,27 +38,16 @@ char* Arena::buffer(unsigned int offset) const {
 
 // ---- Node -------------------------------------------------------------------------------
 
-int Node::tag() const { return readField<std::int32_t>(m_arena, m_at, TAG_OFFSET); }
 void Node::setTag(int tag) { writeField<std::int32_t>(m_arena, m_at, TAG_OFFSET, tag); }
 
-unsigned short Node::type() const { return readField<std::uint16_t>(m_arena, m_at, TYPE_OFFSET); }
 void Node::setType(unsigned short type) { writeField<std::uint16_t>(m_arena, m_at, TYPE_OFFSET, type); }
 
-unsigned short Node::ns() const { return readField<std::uint16_t>(m_arena, m_at, NS_OFFSET); }
 void Node::setNs(unsigned short ns) { writeField<std::uint16_t>(m_arena, m_at, NS_OFFSET, ns); }
 
-unsigned int Node::dataSize() const { return readField<std::uint32_t>(m_arena, m_at, DATA_SIZE_OFFSET); }
 void Node::setDataSize(unsigned int dataSize) {
     writeField<std::uint32_t>(m_arena, m_at, DATA_SIZE_OFFSET, dataSize);
 }
 
-std::uint64_t Node::size() const { return nodeSize(formatVersionOf(m_arena), type(), dataSize()); }
-
-const char* Node::data() const {
-    const char* payload = m_arena.readSpan(m_at, std::uint64_t(overhead()) + dataSize());
-    QKL_ASSERT(payload != nullptr);
-    return payload ? payload + overhead() : nullptr;
-}
 
 char* Node::buffer() const {
     char* payload = m_arena.writeSpan(m_at, std::uint64_t(overhead()) + dataSize());
@@ -119,12 +83,6 @@ void Node::clearPadding(unsigned int start, unsigned int length) {
     std::memset(node + NODE_HEAD, 0, start - NODE_HEAD);
     const std::uint64_t end = std::uint64_t(start) + length;
     if (size() > end) std::memset(node + end, 0, size_t(size() - end));
-}
-
-bool Node::probe(const Arena& arena, unsigned int at) {
-    if (arena.readSpan(at, NODE_HEAD) == nullptr) return true;
-    // The header is inside, so these reads cannot fail (and so never report).
-    return arena.readSpan(at, Node(arena, at).size()) == nullptr;
 }
 
 }  // namespace binary

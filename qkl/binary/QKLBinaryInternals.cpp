@@ -41,10 +41,6 @@ QKLBinaryInternals::QKLBinaryInternals(const QKLBinaryInternals* source)
 
 QKLBinaryInternals::~QKLBinaryInternals() { std::free(m_buffer); }
 
-binary::Arena QKLBinaryInternals::arena() const {
-    return binary::Arena(m_buffer, m_buffer, m_buffer ? unsigned(m_capacity) : 0);
-}
-
 // ---- the buffer -------------------------------------------------------------------------------
 
 char* QKLBinaryInternals::expand(int bytes, bool zero) {

@@ -79,7 +79,7 @@ public:
     int messageVersion() const { return m_idMap.messageVersion(); }
 
     // Views of the document: the whole capacity, writable / read-only.
-    binary::Arena arena() const;
+    binary::Arena arena() const { return binary::Arena(m_buffer, m_buffer, m_buffer ? unsigned(m_capacity) : 0); }
     binary::Format format() const { return binary::Format(arena()); }
 
     // "4.5.0" -> 40500: every non-digit folds the current number into the value.

@@ -101,9 +101,7 @@ Format::node_range QKLBinaryIterator::current() const {
 }
 
 Format::node_range QKLBinaryIterator::findChild(int id, bool anyTag) const {
-    Format::node_range child = current().children();
-    while (child.valid() && !anyTag && child.node().tag() != id) child = child.next();
-    return child.valid() ? child : Format::node_range();
+    return current().children().find(id, anyTag);
 }
 
 Format::node_range QKLBinaryIterator::findSibling(int id, bool anyTag) const {
@@ -117,9 +115,7 @@ Format::node_range QKLBinaryIterator::findSibling(int id, bool anyTag) const {
     Format::node_range sibling{format.arena(), m_path.current().offset,
                                parent.offset + unsigned(parentNode.node().size())};
     if (!sibling.valid()) return Format::node_range();
-    sibling = sibling.next();
-    while (sibling.valid() && !anyTag && sibling.node().tag() != id) sibling = sibling.next();
-    return sibling.valid() ? sibling : Format::node_range();
+    return sibling.next().find(id, anyTag);
 }
 
 // ---- movement -----------------------------------------------------------------------------------
@@ -143,12 +139,18 @@ int QKLBinaryIterator::seekChild(int id, bool anyTag, bool strictExpansion) cons
     QKL_ASSERT(!m_path.empty());
     const Format::node_range child = findChild(id, anyTag);
     if (child.empty()) return -1;
-    if (validateStamp() != 0) return -1;
     m_path.push(child.node().tag(), child.begin);
     return 0;
 }
 
 int QKLBinaryIterator::seek(int id) const { return seekChild(id, false, false); }
+
+Format::node_range QKLBinaryIterator::valueNode(int id) const {
+    if (seekChild(0, false, false) != 0) return Format::node_range();
+    if (id == 0) return current();
+    QKL_ASSERT(!m_path.empty());
+    return findChild(id, false);
+}
 
 int QKLBinaryIterator::firstChild(int id) const { return seek(id); }
 

@@ -172,7 +172,10 @@ private:
     // parseUnknown's last step: the tag-0 node at `offset` gives way to `content`'s root.
     int replaceEmbedded(unsigned int offset, const QKLBinary& content) const;
 
-    // Reads by ID: seek(id), read the reached node, seekUp when id != 0.
+    // The node a read by ID reads, as seek(id) would reach it, without moving:
+    // the current node for 0, else its first child with that tag; no node when none.
+    binary::Format::node_range valueNode(int id) const;
+    // Reads by ID: the reader on valueNode(id); -1 when there is none.
     template <class Reader>
     int readValue(int id, Reader reader) const;
     // Reads by name: seek(name), read by ID 0, restore the kept path.

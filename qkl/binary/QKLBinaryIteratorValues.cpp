@@ -26,6 +26,12 @@ using binary::numberOf;
 // The value bytes up to the first NUL (all of them when there is none).
 std::string textOf(const Node& node) { return binary::storedText(node).str(); }
 
+// textOf into `value`, reusing its room.
+void assignText(const Node& node, std::string& value) {
+    const Internal::CharArray text = binary::storedText(node);
+    value.assign(text.ptr(), text.length());
+}
+
 // A stored 32-bit integer (type 1) widened into `value`; false for any other node.
 template <class T>
 bool storedInt(const Node& node, T& value) {
@@ -125,11 +131,8 @@ int QKLBinaryIterator::putValueTimeZone(long value, int zone, int id) {
 
 template <class Reader>
 int QKLBinaryIterator::readValue(int id, Reader reader) const {
-    if (seek(id) != 0) return -1;
-    const binary::Format::node_range node = current();
-    const int result = node.empty() ? -1 : reader(node.node());
-    if (id != 0) seekUp();
-    return result;
+    const binary::Format::node_range node = valueNode(id);
+    return node.empty() ? -1 : reader(node.node());
 }
 
 namespace {
@@ -137,7 +140,7 @@ namespace {
 int readString(const Node& node, std::string& value) {
     const unsigned short type = node.type();
     if (type == binary::TYPE_ELEMENT || (type == binary::TYPE_STRING && node.dataSize() != 0)) {
-        value = textOf(node);
+        assignText(node, value);
         return 0;
     }
     std::int32_t number = 0;
