@@ -5,7 +5,7 @@
 #ifndef QKL_BINARY_BINARYPATH_H
 #define QKL_BINARY_BINARYPATH_H
 
-#include <vector>
+#include <boost/container/small_vector.hpp>
 
 namespace QKL {
 
@@ -15,15 +15,10 @@ public:
         int tag;              // the node's element ID
         unsigned int offset;  // the node's byte position in the document
     };
-    typedef std::vector<Element> Elements;
-
-    // Room for 64 levels up front, so ordinary documents never reallocate.
-    static constexpr unsigned int RESERVED_DEPTH = 64;
-
-    BinaryPath() {
-        elements.reserve(RESERVED_DEPTH);
-        namespaces.reserve(RESERVED_DEPTH);
-    }
+    // Room for this many levels inside the path itself: an iterator on an ordinary
+    // document allocates nothing when it is made, copied or moved down.
+    static constexpr unsigned int INLINE_DEPTH = 16;
+    typedef boost::container::small_vector<Element, INLINE_DEPTH> Elements;
 
     bool empty() const { return elements.empty(); }
     unsigned int depth() const { return unsigned(elements.size()); }
@@ -37,7 +32,7 @@ public:
     }
 
     Elements elements;
-    std::vector<int> namespaces;
+    boost::container::small_vector<int, INLINE_DEPTH> namespaces;
 };
 
 }  // namespace QKL

@@ -345,7 +345,8 @@ public:
     // MAP_MSG_VERSION, or sets the target's format version to 0 (no map) below it;
     // narrows the target to the document length and returns 0.
     int duplicate(unsigned int at, Arena& target, unsigned int msgVersion) const;
-    // The same into a new zero-filled buffer of size(at, msgVersion) bytes (calloc).
+    // The same into a new buffer of size(at, msgVersion) bytes (malloc), every byte
+    // of which the copy writes: header, node and map area tile the document.
     // The caller frees arena.writableStart() with free(); all fields are zero when
     // allocation or duplication fails.
     Arena duplicate(unsigned int at, unsigned int msgVersion) const;

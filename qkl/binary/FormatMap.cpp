@@ -12,26 +12,37 @@ namespace binary {
 // ---- node_range -------------------------------------------------------------------------
 
 bool Format::node_range::subtreeValid() const {
-    if (!valid()) return false;
-    // The ends of the containers entered so far, innermost last.
-    std::vector<std::uint64_t> ends(1, std::uint64_t(begin) + node().size());
-    std::uint64_t at = begin;
+    const std::uint64_t rootSize = size();
+    if (rootSize == 0) return false;
+    // The whole subtree lies inside the arena (size() checked it), so every node
+    // below is read straight from these bytes once it is known to lie inside its parent.
+    const char* const base = arena.readSpan(begin, rootSize);
+    const unsigned char version = detail::readField<unsigned char>(arena, 0, VERSION_OFFSET);
+    // The ends of the containers entered so far, innermost last, relative to begin.
+    std::vector<std::uint64_t> ends(1, rootSize);
+    std::uint64_t at = 0;
     while (!ends.empty()) {
-        if (at == ends.back()) {
+        const std::uint64_t parentEnd = ends.back();
+        if (at == parentEnd) {
             ends.pop_back();
             continue;
         }
-        if (at > ends.back() || at > 0xFFFFFFFFu || Node::probe(arena, unsigned(at))) return false;
-        const Node child(arena, unsigned(at));
-        const std::uint64_t size = child.size();
-        if (at + size > ends.back()) return false;
-        if (!child.isContainer()) {
-            at += size;
+        // A node's header must lie inside its parent before its fields are read.
+        if (at > parentEnd || parentEnd - at < NODE_HEAD) return false;
+        std::uint16_t type = 0;
+        std::uint32_t dataSize = 0;
+        std::memcpy(&type, base + at + TYPE_OFFSET, sizeof type);
+        std::memcpy(&dataSize, base + at + DATA_SIZE_OFFSET, sizeof dataSize);
+        const std::uint64_t nodeBytes = nodeSize(version, type, dataSize);
+        if (nodeBytes > parentEnd - at) return false;
+        if (!isContainer(type)) {
+            at += nodeBytes;
             continue;
         }
-        if (child.overhead() + std::uint64_t(child.dataSize()) != size) return false;
-        ends.push_back(at + size);
-        at += child.overhead();
+        const unsigned int overhead = NODE_HEAD + nodeBorder(type, dataSize);
+        if (overhead + std::uint64_t(dataSize) != nodeBytes) return false;
+        ends.push_back(at + nodeBytes);
+        at += overhead;
     }
     return true;
 }
@@ -121,7 +132,7 @@ int Format::duplicate(unsigned int at, Arena& target, unsigned int msgVersion) c
 Arena Format::duplicate(unsigned int at, unsigned int msgVersion) const {
     const unsigned int length = size(at, msgVersion);
     if (length == 0) return Arena();
-    void* bytes = std::calloc(length, 1);
+    void* bytes = std::malloc(length);
     if (bytes == nullptr) return Arena();
     Arena target = Arena::writableView(bytes, length);
     if (duplicate(at, target, msgVersion) != 0) {
