@@ -9,19 +9,6 @@
 namespace QKL {
 namespace binary {
 
-namespace {
-
-// Header words are read like node fields: a header is a "node" at offset 0.
-std::uint32_t readWord(const Arena& arena, unsigned int offset) {
-    std::uint32_t value = 0;
-    const char* word = arena.readSpan(offset, sizeof value);
-    QKL_ASSERT(word != nullptr);
-    if (word) std::memcpy(&value, word, sizeof value);
-    return value;
-}
-
-}  // namespace
-
 Format::Format(const Arena& arena, unsigned char version) : m_arena(arena), m_map(*this) {
     char* header = m_arena.writeSpan(0, HEADER_SIZE);
     QKL_ASSERT(header != nullptr);
@@ -41,16 +28,12 @@ Format::operator bool() const {
     return magic != nullptr && std::memcmp(magic, &MAGIC, sizeof MAGIC) == 0;
 }
 
-std::uint32_t Format::flags() const { return readWord(m_arena, FLAGS_OFFSET); }
-
 void Format::setFlags(std::uint32_t flags) {
     if (!m_arena.isWritable()) return;
     char* word = m_arena.writeSpan(FLAGS_OFFSET, sizeof flags);
     QKL_ASSERT(word != nullptr);
     if (word) std::memcpy(word, &flags, sizeof flags);
 }
-
-bool Format::empty() const { return (flags() & EMPTY_BIT) != 0; }
 
 void Format::setEmpty(bool empty) { setFlags(empty ? flags() | EMPTY_BIT : flags() & ~EMPTY_BIT); }
 
@@ -77,14 +60,6 @@ void Format::setMapLength(unsigned int units) {
 // ---- Sizes ------------------------------------------------------------------------------
 
 Format::node_range Format::root() const { return node_range{m_arena, HEADER_SIZE, beyond(HEADER_SIZE)}; }
-
-unsigned int Format::beyond(unsigned int at) const {
-    if (empty()) return at;
-    // A root that does not fit would put the tree's end (and the map area) outside
-    // the arena; taking the arena's end instead leaves nothing readable behind it.
-    if (Node::probe(m_arena, HEADER_SIZE)) return m_arena.size();
-    return HEADER_SIZE + static_cast<unsigned int>(Node(m_arena, HEADER_SIZE).size());
-}
 
 unsigned int Format::size(unsigned int at, unsigned int msgVersion) const {
     std::uint64_t total = HEADER_SIZE;

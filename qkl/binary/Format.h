@@ -200,7 +200,8 @@ public:
     static bool probe(const Arena& arena, unsigned int at);
 
 private:
-    void clearPadding(unsigned int start, unsigned int length);
+    // Zeroes the border and the padding of `node`, the node's nodeBytes writable bytes.
+    void clearPadding(char* node, unsigned int start, unsigned int length, std::uint64_t nodeBytes);
 
     Arena m_arena;
     unsigned int m_at;
@@ -419,6 +420,18 @@ inline std::uint64_t Format::node_range::size() const {
         nodeSize(detail::readField<unsigned char>(arena, 0, VERSION_OFFSET), type, dataSize);
     if (arena.readSpan(begin, bytes) == nullptr) return 0;
     return std::uint64_t(begin) + bytes <= end ? bytes : 0;
+}
+
+inline std::uint32_t Format::flags() const { return detail::readField<std::uint32_t>(m_arena, 0, FLAGS_OFFSET); }
+
+inline bool Format::empty() const { return (flags() & EMPTY_BIT) != 0; }
+
+inline unsigned int Format::beyond(unsigned int at) const {
+    if (empty()) return at;
+    // A root that does not fit would put the tree's end (and the map area) outside
+    // the arena; taking the arena's end instead leaves nothing readable behind it.
+    const std::uint64_t rootSize = node_range{m_arena, HEADER_SIZE, m_arena.size()}.size();
+    return rootSize == 0 ? m_arena.size() : HEADER_SIZE + static_cast<unsigned int>(rootSize);
 }
 
 inline Format::node_range Format::node_range::children() const {

@@ -61,28 +61,29 @@ int Node::setData(const void* bytes, unsigned int length, bool terminate) {
     const char* head = m_arena.writeSpan(m_at, NODE_HEAD);
     QKL_ASSERT(head != nullptr);
     if (head == nullptr) return -1;
+    const unsigned short nodeType = type();
     if (length > size() - overhead()) return -1;
     // The payload starts where the new data size puts it (an 8-byte value moves to 16).
-    const unsigned int start = NODE_HEAD + nodeBorder(type(), length);
+    const unsigned int start = NODE_HEAD + nodeBorder(nodeType, length);
+    const std::uint64_t newSize =
+        nodeSize(detail::readField<unsigned char>(m_arena, 0, VERSION_OFFSET), nodeType, length);
     char* node = m_arena.writeSpan(m_at, std::uint64_t(start) + length);
     if (node == nullptr) return -1;
     setDataSize(length);
     const unsigned int copied = terminate && length > 0 ? length - 1 : length;
     if (bytes != nullptr && copied > 0) std::memcpy(node + start, bytes, copied);
     if (terminate && length > 0) node[start + length - 1] = '\0';
-    clearPadding(start, length);
+    if (m_arena.writeSpan(m_at, newSize) != nullptr) clearPadding(node, start, length, newSize);
     return 0;
 }
 
 // The border before the payload and the padding behind it hold whatever the
 // buffer held (growth does not clear, edits leave old bytes): zero them, so
 // that no stale or uninitialised memory goes out with the document.
-void Node::clearPadding(unsigned int start, unsigned int length) {
-    char* node = m_arena.writeSpan(m_at, size());
-    if (node == nullptr) return;
+void Node::clearPadding(char* node, unsigned int start, unsigned int length, std::uint64_t nodeBytes) {
     std::memset(node + NODE_HEAD, 0, start - NODE_HEAD);
     const std::uint64_t end = std::uint64_t(start) + length;
-    if (size() > end) std::memset(node + end, 0, size_t(size() - end));
+    if (nodeBytes > end) std::memset(node + end, 0, size_t(nodeBytes - end));
 }
 
 }  // namespace binary
