@@ -92,16 +92,21 @@ void QKLBinaryIterator::invalidate() const { m_stamp = STALE_STAMP; }
 
 // ---- nodes around the position ----------------------------------------------------------------
 
-Format::node_range QKLBinaryIterator::current() const {
+Format::node_range QKLBinaryIterator::currentInTree() const {
     const QKLBinaryInternals* document = internals();
     if (m_path.empty() || document == nullptr || document->buffer() == nullptr) return Format::node_range();
     const Format format = document->format();
-    const Format::node_range node{format.arena(), m_path.current().offset, format.beyond(binary::HEADER_SIZE)};
+    return Format::node_range{format.arena(), m_path.current().offset, format.beyond(binary::HEADER_SIZE)};
+}
+
+Format::node_range QKLBinaryIterator::current() const {
+    const Format::node_range node = currentInTree();
     return node.valid() ? node : Format::node_range();
 }
 
 Format::node_range QKLBinaryIterator::findChild(int id, bool anyTag) const {
-    return current().children().find(id, anyTag);
+    // children() checks the node itself: an invalid one has no children.
+    return currentInTree().children().find(id, anyTag);
 }
 
 Format::node_range QKLBinaryIterator::findSibling(int id, bool anyTag) const {

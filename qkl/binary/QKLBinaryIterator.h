@@ -159,6 +159,8 @@ private:
     // The current node as a range that can be checked and walked; no node when
     // the path is empty or there is no document.
     binary::Format::node_range current() const;
+    // The current node's range up to the tree's end, not yet checked.
+    binary::Format::node_range currentInTree() const;
     // The first direct child of the current node with this tag (any tag for 0
     // when `anyTag`); no node when there is none or the current node is not a container.
     binary::Format::node_range findChild(int id, bool anyTag) const;
