@@ -1,7 +1,8 @@
 // The map area, walking node ranges and duplication.
 #include <cstdlib>
 #include <cstring>
-#include <vector>
+
+#include <boost/container/small_vector.hpp>
 
 #include "qkl/binary/Format.h"
 #include "qkl/common/QKLAssert.h"
@@ -19,7 +20,7 @@ bool Format::node_range::subtreeValid() const {
     const char* const base = arena.readSpan(begin, rootSize);
     const unsigned char version = detail::readField<unsigned char>(arena, 0, VERSION_OFFSET);
     // The ends of the containers entered so far, innermost last, relative to begin.
-    std::vector<std::uint64_t> ends(1, rootSize);
+    boost::container::small_vector<std::uint64_t, 32> ends(1, rootSize);
     std::uint64_t at = 0;
     while (!ends.empty()) {
         const std::uint64_t parentEnd = ends.back();
