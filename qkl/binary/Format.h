@@ -416,8 +416,9 @@ inline std::uint64_t Format::node_range::size() const {
     std::uint32_t dataSize = 0;
     std::memcpy(&type, head + TYPE_OFFSET, sizeof type);
     std::memcpy(&dataSize, head + DATA_SIZE_OFFSET, sizeof dataSize);
-    const std::uint64_t bytes =
-        nodeSize(detail::readField<unsigned char>(arena, 0, VERSION_OFFSET), type, dataSize);
+    // The header lies inside (the node's head does), so its version byte can be read.
+    const unsigned char rule = static_cast<unsigned char>(arena.start()[VERSION_OFFSET]);
+    const std::uint64_t bytes = nodeSize(rule, type, dataSize);
     if (arena.readSpan(begin, bytes) == nullptr) return 0;
     return std::uint64_t(begin) + bytes <= end ? bytes : 0;
 }
@@ -447,13 +448,28 @@ inline Format::node_range Format::node_range::children() const {
     return node_range{arena, first, static_cast<unsigned int>(last)};
 }
 
+// The walk of size() and next(), with the size rule read once for the whole run.
 inline Format::node_range Format::node_range::find(int tag, bool anyTag) const {
-    node_range at = *this;
-    for (std::uint64_t bytes = at.size(); bytes != 0; bytes = at.size()) {
-        if (anyTag || at.node().tag() == tag) return at;
-        at.begin += static_cast<unsigned int>(bytes);
+    const node_range none{arena, end, end};
+    // Without a whole header no node fits in the arena either.
+    const char* header = arena.readSpan(0, HEADER_SIZE);
+    if (header == nullptr) return none;
+    const unsigned char rule = static_cast<unsigned char>(header[VERSION_OFFSET]);
+    for (unsigned int at = begin; at < end;) {
+        const char* head = arena.readSpan(at, NODE_HEAD);
+        if (head == nullptr) return none;
+        std::int32_t nodeTag = 0;
+        std::uint16_t type = 0;
+        std::uint32_t dataSize = 0;
+        std::memcpy(&nodeTag, head + TAG_OFFSET, sizeof nodeTag);
+        std::memcpy(&type, head + TYPE_OFFSET, sizeof type);
+        std::memcpy(&dataSize, head + DATA_SIZE_OFFSET, sizeof dataSize);
+        const std::uint64_t bytes = nodeSize(rule, type, dataSize);
+        if (arena.readSpan(at, bytes) == nullptr || at + bytes > end) return none;
+        if (anyTag || nodeTag == tag) return node_range{arena, at, end};
+        at += static_cast<unsigned int>(bytes);
     }
-    return node_range{arena, end, end};
+    return none;
 }
 
 inline Format::node_range Format::node_range::next() const {
