@@ -1,6 +1,7 @@
 // QKLBinaryIterator: construction, the stamp rule and movement.
 #include "qkl/binary/QKLBinaryIterator.h"
 
+#include <cstring>
 #include <optional>
 
 
@@ -65,7 +66,7 @@ bool QKLBinaryIterator::utility::validate(const Format& document, const BinaryPa
 
 int QKLBinaryIterator::validateStamp() const {
     const QKLBinary* message = binaryMessage();
-    const QKLBinaryInternals* document = internals();
+    const QKLBinaryInternals* document = message ? message->internals() : nullptr;
     if (document == nullptr) return -1;
     if (m_stamp == document->changeCounter()) return 0;
     // No buffer pointer is cached (every access takes the document's current
@@ -194,7 +195,9 @@ int QKLBinaryIterator::seek(const std::string& path) const {
         at = 1;
     }
     while (at < path.size()) {
-        const std::string::size_type slash = path.find('/', at);
+        const void* found = std::memchr(path.data() + at, '/', path.size() - at);
+        const std::string::size_type slash =
+            found ? std::string::size_type(static_cast<const char*>(found) - path.data()) : std::string::npos;
         const std::string::size_type end = slash == std::string::npos ? path.size() : slash;
         if (end == at) return 0;  // an empty segment ends the walk ("a//b" stops after "a")
         const int id = elementID(path.data() + at, end - at);
