@@ -16,7 +16,8 @@
 //
 // A request whose Body starts with "<!" is never answered (kept on purpose, see
 // QKLSoapConverter.h); it is refused first with neverCompletes(), as every
-// caller facing untrusted clients must do.
+// caller facing untrusted clients must do. An input whose first byte is 0x01
+// converts the rest in the converter's strict mode, which answers every request.
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -29,6 +30,8 @@ namespace QKLFuzz {
 namespace {
 
 using Envelope = std::unique_ptr<QKL::QKLSoapEnvelope>;
+
+const std::uint8_t STRICT_MODE_BYTE = 0x01;
 
 // The split takes the first "<soap:Header", "</soap:Header>", "<soap:Body" and
 // "</soap:Body" (any letter case) behind the namespace, and searches the Body from
@@ -71,9 +74,10 @@ void answer(QKL::QKLSoapConverter& converter, QKL::QKLMessage& reply, QKL::SoapV
     if (converter.getFault() != nullptr) requireSplits(*converter.getFault(), "the fault envelope splits again");
 }
 
-void convert(const std::string& text) {
-    if (QKL::QKLSoapConverter::neverCompletes(text.c_str())) return;
+void convert(const std::string& text, bool strict) {
+    if (!strict && QKL::QKLSoapConverter::neverCompletes(text.c_str())) return;
     QKL::QKLSoapConverter converter;
+    converter.setStrict(strict);
     QKL::auto_destroy<QKL::QKLMessage> request(QKL::QKLMsgFactory::createNew());
     const int result = converter.soapToQklmsg(text.c_str(), *request);
     require(result == 0 || result == -1, "soapToQklmsg gives 0 or -1");
@@ -95,9 +99,10 @@ void convert(const std::string& text) {
 
 void soapTarget(const std::uint8_t* data, std::size_t size) {
     assertionsAreFindings();
-    const std::string text(reinterpret_cast<const char*>(data), size);
+    const bool strict = size > 0 && data[0] == STRICT_MODE_BYTE;
+    const std::string text(reinterpret_cast<const char*>(data) + strict, size - strict);
     splitAndAssemble(text);
-    convert(text);
+    convert(text, strict);
 }
 
 }  // namespace QKLFuzz

@@ -118,6 +118,7 @@ bool QKLSoapConverter::neverCompletes(const char* soapText) {
 }
 
 int QKLSoapConverter::convertBody(const char* bodyText, QKLMessage& msg) {
+    if (strict()) return convertStrictBody(bodyText, msg);
     const ignorecase_string body(bodyText != nullptr ? bodyText : "");
     const size_t open = findOperationStart(body);
     if (open == npos) return fail(QKLSoapFault::ClientError, NoOperationText);
@@ -137,12 +138,23 @@ int QKLSoapConverter::convertBody(const char* bodyText, QKLMessage& msg) {
     const ignorecase_string prefix = colon != npos ? qualified.substr(0, colon) : ignorecase_string();
     const ignorecase_string name = toLower(colon != npos ? qualified.substr(colon + 1) : qualified);
 
-    // The operation's namespace URI, which must hold a "/".
+    // The operation's namespace URI.
     if (colon == npos && !blankInTag) return fail(QKLSoapFault::ClientError, NoOperationText);
     const ignorecase_string declaration = colon == npos ? defaultDeclaration(operation, blank, tagEnd)
                                                         : prefixDeclaration(context().message(), prefix);
     ignorecase_string uri;
     if (!declaredURI(declaration, uri)) return fail(QKLSoapFault::ClientError, NoTargetOperatorText);
+
+    // xmlns:xsi in the start tag, so that xsi:type inside the operation can be
+    // read (after the "/" of a self-closing tag, deliberately: the reader then
+    // rejects it).
+    operation.insert(tagEnd, toIgnoreCase(XSI_DECLARATION));
+    return fileOperation(operation, toStdString(name), toStdString(uri), msg);
+}
+
+int QKLSoapConverter::fileOperation(const ignorecase_string& operation, const std::string& name,
+                                    const std::string& uri, QKLMessage& msg) {
+    // The URI must hold a "/" before the operator's segment.
     const size_t lastSlash = uri.rfind('/');
     if (lastSlash == npos) return fail(QKLSoapFault::ClientError, NoTargetOperatorText);
 
@@ -150,18 +162,13 @@ int QKLSoapConverter::convertBody(const char* bodyText, QKLMessage& msg) {
     std::unique_ptr<QKLMessageIterator> it(msg.newIterator());
     std::string target;
     if (it == nullptr) return fail(QKLSoapFault::ClientError, BodyNotConvertedText);
-    const ignorecase_string op = toLower(it->getValue(target, TARGET_ID) == 0 && !target.empty()
-                                             ? toIgnoreCase(target)
-                                             : uri.substr(lastSlash + 1));
+    const ignorecase_string op = toLower(toIgnoreCase(it->getValue(target, TARGET_ID) == 0 && !target.empty()
+                                                          ? target
+                                                          : uri.substr(lastSlash + 1)));
     // The version: the segment before the operator's, if there is a "/" before it.
     const size_t versionSlash = lastSlash > 0 ? uri.rfind('/', lastSlash - 1) : npos;
-    const ignorecase_string version =
-        versionSlash != npos ? uri.substr(versionSlash + 1, lastSlash - versionSlash - 1) : ignorecase_string();
-
-    // xmlns:xsi in the start tag, so that xsi:type inside the operation can be
-    // read (after the "/" of a self-closing tag, deliberately: the reader then
-    // rejects it).
-    operation.insert(tagEnd, toIgnoreCase(XSI_DECLARATION));
+    const ignorecase_string version = toIgnoreCase(
+        versionSlash != npos ? uri.substr(versionSlash + 1, lastSlash - versionSlash - 1) : std::string());
 
     // The target (never for "system") and the cookie.
     it.reset(msg.newIterator());
@@ -175,8 +182,8 @@ int QKLSoapConverter::convertBody(const char* bodyText, QKLMessage& msg) {
         it->saveNamespace(QKLMessage::PROTOCOL_NAMESPACE_ID);
         it->newChild(COOKIE_ID);
     }
-    it->putValue(toStdString(name), OPERATION_NAME_ID);
-    it->putValue(toStdString(uri), OPERATION_NAMESPACE_ID);
+    it->putValue(name, OPERATION_NAME_ID);
+    it->putValue(uri, OPERATION_NAMESPACE_ID);
     it->seekUp();
 
     // The operation under data / operator.

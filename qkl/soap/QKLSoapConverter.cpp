@@ -72,8 +72,13 @@ QKLSoapConverter::QKLSoapConverter() : m_context(new QKLSoapConvertContext) {}
 QKLSoapConverter::~QKLSoapConverter() {}
 
 int QKLSoapConverter::fail(QKLSoapFault::Code code, const char* text) {
-    m_context->setFault(QKLSoapFault::createSoapFault(m_context->getSoapVersion(), code, text));
+    m_context->setFault(makeFault(m_context->getSoapVersion(), code, text));
     return -1;
+}
+
+QKLSoapFault* QKLSoapConverter::makeFault(SoapVersion version, QKLSoapFault::Code code, const std::string& text) const {
+    if (m_strict && version == SOAP_1_2) return new QKLSoapFault12Strict(code, text);
+    return QKLSoapFault::createSoapFault(version, code, text);
 }
 
 std::string QKLSoapConverter::getSoapURIByVersion(SoapVersion version) {
@@ -85,6 +90,7 @@ std::string QKLSoapConverter::getSoapURIByVersion(SoapVersion version) {
 int QKLSoapConverter::soapToQklmsg(const char* soapText, QKLMessage& msg) {
     m_context->init();
     m_context->setMessage(soapText != nullptr ? ignorecase_string(soapText) : ignorecase_string());
+    if (m_strict) return strictToQklmsg(soapText, msg);
     const std::unique_ptr<QKLSoapEnvelope> envelope(QKLSoapEnvelope::fromText(soapText));
     if (!envelope) return fail(QKLSoapFault::VersionMismatch, VersionMismatchText);
     const SoapVersionMap::const_iterator version = soapVersionMap().find(envelope->getNamespaceURI());
@@ -96,6 +102,7 @@ int QKLSoapConverter::soapToQklmsg(const char* soapText, QKLMessage& msg) {
 }
 
 int QKLSoapConverter::convertHeader(const char* headerText, QKLMessage& msg) {
+    if (m_strict) return convertStrictHeader(headerText, msg);
     ignorecase_string packet;
     const int cut = headerText != nullptr ? cutPacketHeader(ignorecase_string(headerText), packet) : 1;
     if (cut < 0) return fail(QKLSoapFault::ClientError, WrongPacketHeaderText);
@@ -104,7 +111,10 @@ int QKLSoapConverter::convertHeader(const char* headerText, QKLMessage& msg) {
         msg.create(QKLMessage::REPLY_ROOT);
         return 0;
     }
+    return convertPacket(packet, msg);
+}
 
+int QKLSoapConverter::convertPacket(ignorecase_string packet, QKLMessage& msg) {
     srch_repl(packet, PACKET_HEADER, PACKET);
     removeNamespaces(packet);
     QKL_ASSERT(!packet.empty());

@@ -7,7 +7,7 @@
 //   - the one operation element of the Body goes under "data" / operator,
 //     where the operator is the header's "target" or else the last path
 //     segment of the operation's namespace URI, lower-cased;
-//   - the operation's name (lower-cased) and namespace URI go into the cookie
+//   - the operation's name (lower-cased; strict: as written) and namespace URI go into the cookie
 //     (children 1322 "request" and 1026 "name"), and the version segment of
 //     the URI (".../4.5.0/operator") into the message version.
 // qklmsgToSoap turns the reply back: "<operation>Response" in the client's
@@ -18,9 +18,12 @@
 // for the request's SOAP version, ready to be sent back.
 //
 // What the bridge does not accept (matching is plain, case-insensitive text
-// search, not XML parsing):
+// search, not XML parsing; "strict:" says what strict mode changes):
 //   - a prefixed packet header (<qk:packet_header>): not recognised, the
-//     SOAP Header is then ignored;
+//     SOAP Header is then ignored; strict: read like an unprefixed one;
+//   - Header or Body written with another prefix than the Envelope's, even
+//     one bound to the same namespace (suds: <ns1:Body> in <SOAP-ENV:Envelope>):
+//     "Version mismatch"; strict: found by namespace and local name;
 //   - CDATA sections in the packet header or the operation (the XML reader
 //     rejects them);
 //   - an xsi:type value whose prefix is declared only outside the operation
@@ -28,19 +31,27 @@
 //     the operation's text is parsed, with xmlns:xsi added, and the reader
 //     refuses an undeclared type prefix;
 //   - a root tag name followed by a line end or tab instead of a blank
-//     (":envelope " is searched with its blank);
+//     (":envelope " is searched with its blank); strict: any blank;
 //   - an unprefixed operation whose start tag has no blank (no attributes);
+//     strict: accepted when a default namespace is in scope;
 //   - a self-closing operation element (<op xmlns="..."/>): the xsi
 //     declaration is inserted after its "/" and the reader rejects the text;
+//     strict: an operation without arguments;
 //   - a Body whose first element is a comment or declaration ("<!"): SEE THE
-//     HAZARD below.
+//     HAZARD below; strict: a comment is passed over, a declaration refused.
 //
-// HAZARD (deliberate, kept as built in convertBody): when the character after
-// the Body's first "<" is "!", the search for the operation element is
-// repeated from the same position and finds the same "<" again: the call
-// NEVER RETURNS. A caller facing untrusted clients must refuse such requests
-// before calling soapToQklmsg: QKLSoapConverter::neverCompletes(text) tells
-// them apart.
+// Strict mode (setStrict(true), off by default; the default forms above stay
+// as they are) reads the request as namespaced XML with a bounded scan of its
+// tags: the Envelope is the root element in a SOAP namespace, Header and Body
+// its children in that namespace, the packet header the Header's first child
+// named packet_header (any namespace; the prefixes bound to its own namespace
+// are dropped, so it converts exactly as the same header unprefixed), the
+// operation the Body's first child element, its namespace the one its prefix
+// is bound to. The cookie keeps the operation's own case ("GetList", answered
+// "GetListResponse"; the default lower-cases it). Text that is not
+// well-formed below a known Envelope is refused with "Cannot parse soap
+// message body". SOAP 1.2 faults are QKLSoapFault12Strict: a qualified
+// <soap:Detail> and xml:lang="en" on <soap:Text>.
 //
 // One converter serves one conversion at a time (one thread); separate
 // converters are independent. No locks are taken.
@@ -49,6 +60,8 @@
 
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "qkl/soap/QKLSoapEnvelope.h"
 #include "qkl/util/ignorecase.h"
@@ -117,9 +130,11 @@ public:
     // The two halves of soapToQklmsg, replaceable by a derived converter; 0 or -1
     // with the fault set. headerText is the whole Header element or null:
     // without a <packet_header> the message gets an empty "packet" root.
+    // In strict mode both take the strict forms; the prefixes declared on the
+    // Envelope are in scope for them only while soapToQklmsg runs.
     virtual int convertHeader(const char* headerText, QKLMessage& msg);
-    // bodyText is the whole Body element. Never returns when the character
-    // after its first "<" (after position 0) is "!" (see the HAZARD above).
+    // bodyText is the whole Body element. In the default mode, never returns
+    // when the character after its first "<" (after position 0) is "!" (see the HAZARD above).
     virtual int convertBody(const char* bodyText, QKLMessage& msg);
 
     // A SOAP request into `msg`, an empty message of the caller's protocol.
@@ -137,10 +152,11 @@ public:
     int qklmsgToSoap(QKLMessage& reply, SoapVersion version, QKLSoapEnvelope*& result);
 
     // True when soapToQklmsg(soapText) would never return with this class's
-    // convertBody: the envelope is found, its version known, and the first "<"
-    // inside its Body is followed by "!". Reads only the text; call it on
-    // untrusted requests first. (A header failure would end the call earlier;
-    // this answers for the body alone, so it may refuse a request that fails anyway.)
+    // convertBody in the default mode (a strict converter always returns): the
+    // envelope is found, its version known, and the first "<" inside its Body
+    // is followed by "!". Reads only the text; call it on untrusted requests
+    // first. (A header failure would end the call earlier; this answers for
+    // the body alone, so it may refuse a request that fails anyway.)
     static bool neverCompletes(const char* soapText);
 
     // Erases every ` xmlns...="..."` declaration (its leading blank included);
@@ -151,6 +167,11 @@ public:
     // The first URI (in key order) that SoapVersionMap maps to `version`; "" if none.
     static std::string getSoapURIByVersion(SoapVersion version);
 
+    // Strict mode, off by default (the default forms stay as they are); see
+    // above for what it changes. Kept across conversions.
+    void setStrict(bool on) { m_strict = on; }
+    bool strict() const { return m_strict; }
+
     SoapVersion getSoapVersion() const { return m_context->getSoapVersion(); }
     QKLSoapFault* getFault() const { return m_context->getFault(); }
 
@@ -158,9 +179,28 @@ protected:
     // createSoapFault(context version, code, text) into the context; returns -1.
     int fail(QKLSoapFault::Code code, const char* text);
     QKLSoapConvertContext& context() { return *m_context; }
+    // A fault of this converter's form: createSoapFault, or in strict mode
+    // for SOAP 1.2 a QKLSoapFault12Strict. Null for a version without faults.
+    QKLSoapFault* makeFault(SoapVersion version, QKLSoapFault::Code code, const std::string& text) const;
 
 private:
+    // The strict forms (QKLSoapStrict.cpp).
+    int strictToQklmsg(const char* soapText, QKLMessage& msg);
+    int convertStrictHeader(const char* headerText, QKLMessage& msg);
+    int convertStrictBody(const char* bodyText, QKLMessage& msg);
+    // Shared by both forms: the packet header's text, "<packet_header ...>"
+    // through its end, into the message's root.
+    int convertPacket(ignorecase_string packet, QKLMessage& msg);
+    // The operation element's text (xmlns:xsi already in its start tag) under
+    // data / operator, with the target, the cookie (`name`, `uri`) and the version.
+    int fileOperation(const ignorecase_string& operation, const std::string& name, const std::string& uri,
+                      QKLMessage& msg);
+
     std::unique_ptr<QKLSoapConvertContext> m_context;
+    bool m_strict = false;
+    // In strict mode, the namespace declarations in scope at the envelope's
+    // Header and Body while soapToQklmsg runs (those of the Envelope element).
+    std::vector<std::pair<std::string, std::string>> m_envelopeScope;
 };
 
 }  // namespace QKL

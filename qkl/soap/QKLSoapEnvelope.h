@@ -128,6 +128,20 @@ public:
     char* toText() override;
     // 2 "Sender", 3 "Receiver", 0 and 1 as the base; an unknown code asserts and gives "".
     std::string faultCodeToString(Code code) const override;
+
+protected:
+    // The Fault element with the given Text start tag and detail block.
+    char* writeFault(const char* textStart, const std::string& detail);
+};
+
+// The SOAP 1.2 fault of a strict converter (QKLSoapConverter::setStrict), as
+// schema-validating clients read it: xml:lang="en" on soap:Text, and the
+// detail in the envelope's namespace, "<soap:Detail>\n" + detail +
+// "</soap:Detail>\n", instead of the unqualified "<detail>" that such clients drop.
+class QKLSoapFault12Strict : public QKLSoapFault12 {
+public:
+    QKLSoapFault12Strict(Code code, const std::string& text);
+    char* toText() override;
 };
 
 }  // namespace QKL

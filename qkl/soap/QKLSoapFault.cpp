@@ -62,17 +62,26 @@ std::string QKLSoapFault11::faultCodeToString(Code code) const { return versionC
 QKLSoapFault12::QKLSoapFault12(Code code, const std::string& text)
     : QKLSoapFault(Soap12EnvelopeNamespace, code, text) {}
 
-char* QKLSoapFault12::toText() {
+char* QKLSoapFault12::toText() { return writeFault("<soap:Text>", detailBlock()); }
+
+char* QKLSoapFault12::writeFault(const char* textStart, const std::string& detail) {
     m_body = FAULT_OPEN;
     m_body += "<soap:Code>\n<soap:Value>" + (CODE_PREFIX + faultCodeToString(m_code)) +
               "</soap:Value>\n</soap:Code>\n";
-    m_body += "<soap:Reason>\n<soap:Text>" + m_faultString + "</soap:Text>\n</soap:Reason>\n";
-    m_body += detailBlock() + FAULT_CLOSE;
+    m_body += "<soap:Reason>\n" + (textStart + m_faultString) + "</soap:Text>\n</soap:Reason>\n";
+    m_body += detail + FAULT_CLOSE;
     return assembly();
 }
 
 std::string QKLSoapFault12::faultCodeToString(Code code) const {
     return versionCodeName(code, "Sender", "Receiver");
+}
+
+QKLSoapFault12Strict::QKLSoapFault12Strict(Code code, const std::string& text) : QKLSoapFault12(code, text) {}
+
+char* QKLSoapFault12Strict::toText() {
+    return writeFault("<soap:Text xml:lang=\"en\">",
+                      m_detail.empty() ? std::string() : "<soap:Detail>\n" + m_detail + "</soap:Detail>\n");
 }
 
 }  // namespace QKL

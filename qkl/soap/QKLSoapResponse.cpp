@@ -69,7 +69,7 @@ int QKLSoapConverter::qklmsgToSoap(QKLMessage& reply, SoapVersion version, QKLSo
     // Every failure before the last step: a fault of `version`, or SOAP 1.1
     // "Unsupported soap version" when `version` has none.
     auto fault = [&](const char* text) {
-        QKLSoapFault* made = QKLSoapFault::createSoapFault(version, QKLSoapFault::ClientError, text);
+        QKLSoapFault* made = makeFault(version, QKLSoapFault::ClientError, text);
         if (made == nullptr) made = QKLSoapFault::createSoapFault(SOAP_1_1, QKLSoapFault::ClientError,
                                                                   UnsupportedVersionText);
         context().setFault(made);
@@ -127,7 +127,7 @@ int QKLSoapConverter::qklmsgToSoap(QKLMessage& reply, SoapVersion version, QKLSo
 
     // A reply with errors: a Server/Receiver fault with the errors as detail.
     if (failed) {
-        QKLSoapFault* answer = QKLSoapFault::createSoapFault(version, QKLSoapFault::ServerError, RespondedWithErrorText);
+        QKLSoapFault* answer = makeFault(version, QKLSoapFault::ServerError, RespondedWithErrorText);
         if (answer == nullptr) return fault(UnsupportedVersionText);
         answer->setHeader(header);
         answer->setDetail(errors);
@@ -137,7 +137,7 @@ int QKLSoapConverter::qklmsgToSoap(QKLMessage& reply, SoapVersion version, QKLSo
     const std::string uri = getSoapURIByVersion(version);
     if (uri.empty()) {
         // As built: for a version without faults this stores no fault at all.
-        context().setFault(QKLSoapFault::createSoapFault(version, QKLSoapFault::ClientError, UnsupportedVersionText));
+        context().setFault(makeFault(version, QKLSoapFault::ClientError, UnsupportedVersionText));
         return -1;
     }
     QKLSoapEnvelope* envelope = new QKLSoapEnvelope(uri);

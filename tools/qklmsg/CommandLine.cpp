@@ -7,9 +7,32 @@ namespace qklmsg {
 
 namespace {
 
-const char* const OUTPUT_FLAG = "-o";
-const char* const BINARY_FLAG = "-b";
 const char* const SOAP_FLAG = "--soap";
+
+// The options that stand alone: a flag word and the field it sets.
+struct FlagOption {
+    const char* word;
+    Option bit;
+    bool CommandLine::*field;
+};
+const FlagOption FLAG_OPTIONS[] = {{"-b", OPTION_BINARY, &CommandLine::binary},
+                                   {"--strict", OPTION_STRICT, &CommandLine::strict}};
+
+// The options followed by a value word, kept as given: a word and its field.
+struct ValueOption {
+    const char* word;
+    Option bit;
+    std::string* (*field)(CommandLine&);
+};
+const ValueOption VALUE_OPTIONS[] = {
+    {"-o", OPTION_OUTPUT, [](CommandLine& l) { return &l.output; }},
+    {"--listen", OPTION_LISTEN, [](CommandLine& l) { return &l.serve.listen; }},
+    {"--operator", OPTION_OPERATOR, [](CommandLine& l) { return &l.serve.operatorCommand; }},
+    {"--operator-timeout", OPTION_OPERATOR_TIMEOUT, [](CommandLine& l) { return &l.serve.operatorTimeout; }},
+    {"--wsdl", OPTION_WSDL, [](CommandLine& l) { return &l.serve.wsdl; }},
+    {"--max-request", OPTION_MAX_REQUEST, [](CommandLine& l) { return &l.serve.maxRequest; }},
+    {"--threads", OPTION_THREADS, [](CommandLine& l) { return &l.serve.threads; }},
+};
 
 // A lone "-" is an operand (standard input), not an option.
 bool looksLikeOption(const char* word) { return word[0] == '-' && word[1] != '\0'; }
@@ -48,12 +71,15 @@ bool optionValue(int argc, char** argv, int& at, std::string& value, std::string
 // One option word at argv[at] (and its value); false with the reason.
 bool parseOption(int argc, char** argv, int& at, CommandLine& line, std::string& error) {
     const char* word = argv[at];
-    if (std::strcmp(word, OUTPUT_FLAG) == 0)
-        return markOption(line, OPTION_OUTPUT, word, error) && optionValue(argc, argv, at, line.output, error);
-    if (std::strcmp(word, BINARY_FLAG) == 0) {
-        line.binary = true;
-        return markOption(line, OPTION_BINARY, word, error);
+    for (const FlagOption& flag : FLAG_OPTIONS) {
+        if (std::strcmp(word, flag.word) != 0) continue;
+        line.*flag.field = true;
+        return markOption(line, flag.bit, word, error);
     }
+    for (const ValueOption& option : VALUE_OPTIONS)
+        if (std::strcmp(word, option.word) == 0)
+            return markOption(line, option.bit, word, error) &&
+                   optionValue(argc, argv, at, *option.field(line), error);
     if (std::strcmp(word, SOAP_FLAG) == 0) {
         std::string version;
         if (!markOption(line, OPTION_SOAP, word, error) || !optionValue(argc, argv, at, version, error)) return false;

@@ -1,5 +1,6 @@
 // The parsed command line: a command word, its operands and the options
-// -o FILE, -b and --soap 1.1|1.2, in any order after the command word.
+// (-o FILE, -b, --soap 1.1|1.2, --strict and serve's), in any order after the
+// command word.
 // Which command accepts which options and how many operands is the
 // dispatch table's business (main.cpp); this only reads the words.
 #ifndef QKLMSG_COMMANDLINE_H
@@ -13,7 +14,28 @@
 namespace qklmsg {
 
 // The options, as bits, so a command can list the ones it accepts.
-enum Option : unsigned { OPTION_OUTPUT = 1u, OPTION_BINARY = 2u, OPTION_SOAP = 4u };
+enum Option : unsigned {
+    OPTION_OUTPUT = 1u,
+    OPTION_BINARY = 2u,
+    OPTION_SOAP = 4u,
+    OPTION_STRICT = 8u,
+    OPTION_LISTEN = 16u,
+    OPTION_OPERATOR = 32u,
+    OPTION_OPERATOR_TIMEOUT = 64u,
+    OPTION_WSDL = 128u,
+    OPTION_MAX_REQUEST = 256u,
+    OPTION_THREADS = 512u,
+};
+
+// serve's options, as given; ServeCommand.cpp reads and checks their values.
+struct ServeWords {
+    std::string listen;           // --listen ADDR:PORT
+    std::string operatorCommand;  // --operator CMD
+    std::string operatorTimeout;  // --operator-timeout SECONDS
+    std::string wsdl;             // --wsdl FILE
+    std::string maxRequest;       // --max-request BYTES
+    std::string threads;          // --threads N
+};
 
 struct CommandLine {
     std::string command;
@@ -21,6 +43,8 @@ struct CommandLine {
     std::string output;                 // -o FILE; empty: standard output
     bool binary = false;                // -b
     QKL::SoapVersion soapVersion = QKL::SOAP_1_1;  // --soap
+    bool strict = false;                // --strict
+    ServeWords serve;
     unsigned optionsGiven = 0;          // Option bits seen
 };
 

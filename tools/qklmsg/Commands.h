@@ -14,6 +14,7 @@ int runSoapToMsg(const CommandLine& line);   // SoapCommands.cpp
 int runMsgToSoap(const CommandLine& line);   // SoapCommands.cpp
 int runInspect(const CommandLine& line);     // InspectCommand.cpp
 int runVocab(const CommandLine& line);       // VocabCommand.cpp
+int runServe(const CommandLine& line);       // ServeCommand.cpp
 
 // Usage errors found by a command itself (after the table's checks): one
 // line on standard error, the usage text, EXIT_USAGE.

@@ -44,7 +44,7 @@ void reportFault(const QKLSoapConverter& converter, const std::string& where, co
 
 QKL::QKLMessage* messageFromSoap(const std::string& request, const std::string& where,
                                  QKLSoapConverter& converter) {
-    if (QKLSoapConverter::neverCompletes(request.c_str())) {
+    if (!converter.strict() && QKLSoapConverter::neverCompletes(request.c_str())) {
         refuse(where, NEVER_COMPLETES_TEXT);
         return nullptr;
     }
@@ -58,8 +58,9 @@ QKL::QKLMessage* messageFromSoap(const std::string& request, const std::string& 
 }
 
 bool soapFromReply(QKL::QKLMessage& reply, QKL::SoapVersion version, const std::string& where,
-                   std::string& envelope) {
+                   std::string& envelope, bool strict) {
     QKLSoapConverter converter;
+    converter.setStrict(strict);
     QKLSoapEnvelope* made = nullptr;
     if (converter.qklmsgToSoap(reply, version, made) != 0) {
         reportFault(converter, where, "SOAP response conversion");

@@ -13,7 +13,7 @@ namespace qklmsg {
 // The SOAP request text as a new message (caller owns it), converted by
 // `converter`, whose SOAP version then answers the request. A request the
 // converter would never finish (QKLSoapConverter::neverCompletes) is refused
-// before it is tried. On failure: the SOAP fault envelope on standard output
+// before it is tried; a strict converter finishes every request. On failure: the SOAP fault envelope on standard output
 // (when the library made one), one line on standard error, and null.
 QKL::QKLMessage* messageFromSoap(const std::string& request, const std::string& where,
                                  QKL::QKLSoapConverter& converter);
@@ -22,8 +22,9 @@ QKL::QKLMessage* messageFromSoap(const std::string& request, const std::string& 
 // carries the reply's errors), ending in a line end. The reply loses its
 // "data" element on the way, as the library does. On failure: the fault
 // envelope on standard output, one line on standard error, and false.
+// `strict` answers in the converter's strict forms (QKLSoapConverter::setStrict).
 bool soapFromReply(QKL::QKLMessage& reply, QKL::SoapVersion version, const std::string& where,
-                   std::string& envelope);
+                   std::string& envelope, bool strict = false);
 
 }  // namespace qklmsg
 

@@ -12,6 +12,7 @@ int runSoapToMsg(const CommandLine& line) {
     Input input;
     if (!readInput(line.operands[0], input) || !checkPlainText(input)) return EXIT_REFUSED;
     QKL::QKLSoapConverter converter;
+    converter.setStrict(line.strict);
     QKL::auto_destroy<QKL::QKLMessage> message(messageFromSoap(input.bytes, input.name, converter));
     if (!message) return EXIT_REFUSED;
     const MessageForm form = line.binary ? MessageForm::BinaryDocument : MessageForm::XmlText;
@@ -25,7 +26,7 @@ int runMsgToSoap(const CommandLine& line) {
     QKL::auto_destroy<QKL::QKLMessage> reply(readMessage(line.operands[0], input));
     if (!reply) return EXIT_REFUSED;
     std::string envelope;
-    if (!soapFromReply(*reply, line.soapVersion, input.name, envelope)) return EXIT_REFUSED;
+    if (!soapFromReply(*reply, line.soapVersion, input.name, envelope, line.strict)) return EXIT_REFUSED;
     return writeOutput(line.output, envelope) ? EXIT_DONE : EXIT_REFUSED;
 }
 

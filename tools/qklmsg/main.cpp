@@ -3,13 +3,18 @@
 //   qklmsg demo                               the SOAP round trip on built-in data, every stage printed
 //   qklmsg to-xml IN [-o OUT]                 message -> XML text (toText)
 //   qklmsg to-binary IN [-o OUT]              message -> binary document (serialize)
-//   qklmsg soap-to-msg IN [-b] [-o OUT]       SOAP request -> message as XML text (-b: binary); on
+//   qklmsg soap-to-msg IN [-b] [--strict] [-o OUT]
+//                                             SOAP request -> message as XML text (-b: binary); on
 //                                             failure the SOAP fault envelope goes to standard output
-//   qklmsg msg-to-soap IN [--soap 1.1|1.2] [-o OUT]
+//   qklmsg msg-to-soap IN [--soap 1.1|1.2] [--strict] [-o OUT]
 //                                             reply message -> SOAP response or fault envelope
+//                                             (--strict: the converter's strict mode)
 //   qklmsg inspect IN [-o OUT]                a binary document's nodes, one line each, then its map
 //                                             entries (XML text is read into a binary document first)
 //   qklmsg vocab NAME|ID                      element, namespace and type vocabulary look-up, both ways
+//   qklmsg serve [--listen ADDR:PORT] [--operator CMD] [--operator-timeout SECONDS] [--wsdl FILE]
+//                [--strict] [--max-request BYTES] [--threads N]
+//                                             SOAP over HTTP until SIGINT or SIGTERM (exit 0)
 //
 // IN is a path or "-" for standard input; a message on input may be a binary
 // document or XML text, told apart as the library does. to-xml, to-binary and
@@ -33,18 +38,23 @@ const char USAGE[] =
     "usage: qklmsg demo\n"
     "       qklmsg to-xml IN [-o OUT]\n"
     "       qklmsg to-binary IN [-o OUT]\n"
-    "       qklmsg soap-to-msg IN [-b] [-o OUT]\n"
-    "       qklmsg msg-to-soap IN [--soap 1.1|1.2] [-o OUT]\n"
+    "       qklmsg soap-to-msg IN [-b] [--strict] [-o OUT]\n"
+    "       qklmsg msg-to-soap IN [--soap 1.1|1.2] [--strict] [-o OUT]\n"
     "       qklmsg inspect IN [-o OUT]\n"
     "       qklmsg vocab NAME|ID\n"
+    "       qklmsg serve [--listen ADDR:PORT] [--operator CMD] [--operator-timeout SECONDS]\n"
+    "                    [--wsdl FILE] [--strict] [--max-request BYTES] [--threads N]\n"
     "IN is a file or - for standard input: a binary document or XML text (a SOAP request for\n"
     "soap-to-msg). Output goes to standard output, or whole to OUT with -o. Binary output\n"
     "(to-binary, soap-to-msg -b) is not written to a terminal. inspect reads XML text into a\n"
     "binary document first and says so on standard error. msg-to-soap answers in SOAP 1.1\n"
-    "unless --soap 1.2 is given.\n"
+    "unless --soap 1.2 is given. --strict converts in the SOAP bridge's strict mode.\n"
     "to-xml, to-binary and inspect handle every message of IN in turn: binary documents and\n"
     "XML texts ended by a zero byte, back to back. A truncated last message is refused after\n"
     "the output of the complete ones before it is written (to OUT too).\n"
+    "serve answers SOAP 1.1 and 1.2 calls over HTTP (default 127.0.0.1:8080, port 0: any free one)\n"
+    "with the built-in demo operator, or runs CMD with /bin/sh per request: the request message as\n"
+    "XML text on its standard input, its answer (the operator element) on its standard output.\n"
     "Exit status: 0 done, 1 input refused (the reason on standard error), 2 usage.\n";
 
 struct CommandEntry {
@@ -58,10 +68,14 @@ const CommandEntry COMMANDS[] = {
     {"demo", 0, 0, runDemo},
     {"to-xml", 1, OPTION_OUTPUT, runToXml},
     {"to-binary", 1, OPTION_OUTPUT, runToBinary},
-    {"soap-to-msg", 1, OPTION_OUTPUT | OPTION_BINARY, runSoapToMsg},
-    {"msg-to-soap", 1, OPTION_OUTPUT | OPTION_SOAP, runMsgToSoap},
+    {"soap-to-msg", 1, OPTION_OUTPUT | OPTION_BINARY | OPTION_STRICT, runSoapToMsg},
+    {"msg-to-soap", 1, OPTION_OUTPUT | OPTION_SOAP | OPTION_STRICT, runMsgToSoap},
     {"inspect", 1, OPTION_OUTPUT, runInspect},
     {"vocab", 1, 0, runVocab},
+    {"serve", 0,
+     OPTION_LISTEN | OPTION_OPERATOR | OPTION_OPERATOR_TIMEOUT | OPTION_WSDL | OPTION_STRICT | OPTION_MAX_REQUEST |
+         OPTION_THREADS,
+     runServe},
 };
 
 const CommandEntry* findCommand(const std::string& name) {
