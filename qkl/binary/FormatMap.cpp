@@ -12,29 +12,32 @@ namespace binary {
 
 // ---- node_range -------------------------------------------------------------------------
 
-bool Format::node_range::subtreeValid() const {
-    const std::uint64_t rootSize = size();
-    if (rootSize == 0) return false;
-    // The whole subtree lies inside the arena (size() checked it), so every node
-    // below is read straight from these bytes once it is known to lie inside its parent.
-    const char* const base = arena.readSpan(begin, rootSize);
-    const unsigned char version = detail::readField<unsigned char>(arena, 0, VERSION_OFFSET);
-    // The ends of the containers entered so far, innermost last, relative to begin.
-    boost::container::small_vector<std::uint64_t, 32> ends(1, rootSize);
-    std::uint64_t at = 0;
-    while (!ends.empty()) {
-        const std::uint64_t parentEnd = ends.back();
+namespace {
+
+// The check behind subtreeValid over the bytes [base, base + rootSize), which lie
+// inside the arena: every node's header and bytes inside its parent, and every
+// container's children tiling its payload exactly. One template per size rule,
+// so the walk does not ask for the rule at every node.
+template <unsigned char Rule>
+bool tilesExactly(const char* const base, const std::uint64_t rootSize) {
+    // The ends of the containers around the current one, innermost last.
+    boost::container::small_vector<std::uint64_t, 32> enclosing;
+    std::uint64_t at = 0, parentEnd = rootSize;
+    // Invariant: at <= parentEnd, since every step stays inside the current parent.
+    for (;;) {
         if (at == parentEnd) {
-            ends.pop_back();
+            if (enclosing.empty()) return true;
+            parentEnd = enclosing.back();
+            enclosing.pop_back();
             continue;
         }
         // A node's header must lie inside its parent before its fields are read.
-        if (at > parentEnd || parentEnd - at < NODE_HEAD) return false;
+        if (parentEnd - at < NODE_HEAD) return false;
         std::uint16_t type = 0;
         std::uint32_t dataSize = 0;
         std::memcpy(&type, base + at + TYPE_OFFSET, sizeof type);
         std::memcpy(&dataSize, base + at + DATA_SIZE_OFFSET, sizeof dataSize);
-        const std::uint64_t nodeBytes = nodeSize(version, type, dataSize);
+        const std::uint64_t nodeBytes = nodeSize(Rule, type, dataSize);
         if (nodeBytes > parentEnd - at) return false;
         if (!isContainer(type)) {
             at += nodeBytes;
@@ -42,10 +45,22 @@ bool Format::node_range::subtreeValid() const {
         }
         const unsigned int overhead = NODE_HEAD + nodeBorder(type, dataSize);
         if (overhead + std::uint64_t(dataSize) != nodeBytes) return false;
-        ends.push_back(at + nodeBytes);
+        enclosing.push_back(parentEnd);
+        parentEnd = at + nodeBytes;
         at += overhead;
     }
-    return true;
+}
+
+}  // namespace
+
+bool Format::node_range::subtreeValid() const {
+    const std::uint64_t rootSize = size();
+    if (rootSize == 0) return false;
+    // size() checked that the whole subtree lies inside the arena.
+    const char* const base = arena.readSpan(begin, rootSize);
+    const unsigned char version = detail::readField<unsigned char>(arena, 0, VERSION_OFFSET);
+    return version == FORMAT_VERSION ? tilesExactly<FORMAT_VERSION>(base, rootSize)
+                                     : tilesExactly<LEGACY_FORMAT_VERSION>(base, rootSize);
 }
 
 // ---- Map entries ---------------------------------------------------------------------------
