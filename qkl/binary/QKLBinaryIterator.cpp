@@ -2,7 +2,6 @@
 #include "qkl/binary/QKLBinaryIterator.h"
 
 #include <cstring>
-#include <optional>
 
 
 #include "qkl/binary/QKLBinary.h"
@@ -183,17 +182,19 @@ int QKLBinaryIterator::elementID(const char* name, std::size_t length) const {
 
 int QKLBinaryIterator::seek(const std::string& path) const {
     if (path.empty()) return seek(0);
-    // The position to restore on failure: a relative path only goes down, so its
-    // depth is enough; an absolute one cuts the path first, so it is kept whole.
+    // Taken before the stamp check, which may put an empty position on a new root.
     const unsigned int depth = m_path.depth();
-    std::optional<BinaryPath> kept;
     if (validateStamp() != 0) return -1;
-    std::string::size_type at = 0;
-    if (path[0] == '/') {
-        kept = m_path;
-        if (m_path.depth() > 1) m_path.elements.resize(1);
-        at = 1;
-    }
+    if (path[0] != '/') return descend(path, 0, depth);
+    // An absolute path cuts the position to the root first: a failure restores it whole.
+    const BinaryPath kept = m_path;
+    if (m_path.depth() > 1) m_path.elements.resize(1);
+    if (descend(path, 1, m_path.depth()) == 0) return 0;
+    m_path = kept;
+    return -1;
+}
+
+int QKLBinaryIterator::descend(const std::string& path, std::string::size_type at, unsigned int depth) const {
     while (at < path.size()) {
         const void* found = std::memchr(path.data() + at, '/', path.size() - at);
         const std::string::size_type slash =
@@ -202,11 +203,7 @@ int QKLBinaryIterator::seek(const std::string& path) const {
         if (end == at) return 0;  // an empty segment ends the walk ("a//b" stops after "a")
         const int id = elementID(path.data() + at, end - at);
         if (id == 0 || seek(id) != 0) {
-            if (kept) {
-                m_path = *kept;
-            } else {
-                m_path.elements.resize(depth);
-            }
+            m_path.elements.resize(depth);
             return -1;
         }
         if (slash == std::string::npos) return 0;

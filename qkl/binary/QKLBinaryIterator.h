@@ -170,6 +170,9 @@ private:
     int moveToSibling(int id, bool anyTag) const;
     // The element ID of a name (0 when unknown or longer than MAX_SEGMENT_LENGTH).
     int elementID(const char* name, std::size_t length) const;
+    // seek(path)'s walk down the segments of `path` from `at`; on a failure the
+    // position is cut back to `depth`.
+    int descend(const std::string& path, std::string::size_type at, unsigned int depth) const;
     int findOrAssign(const std::string& name, int kind) const;
     // parseUnknown's last step: the tag-0 node at `offset` gives way to `content`'s root.
     int replaceEmbedded(unsigned int offset, const QKLBinary& content) const;

@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <optional>
 
 #include "qkl/binary/NodeValue.h"
 #include "qkl/binary/QKLBinary.h"
@@ -246,18 +245,19 @@ int QKLBinaryIterator::getAttrTime(long& value, int id) const { return getValueT
 
 template <class Reader>
 int QKLBinaryIterator::readByName(const std::string& name, Reader reader) const {
-    // A relative path only goes down, so cutting back to the depth restores it;
-    // an absolute one cuts the path first, so it is kept whole.
+    // An absolute path cuts the position first, so it is kept whole.
+    if (!name.empty() && name[0] == '/') {
+        const BinaryPath kept = m_path;
+        if (seek(name) != 0) return -1;
+        const int result = reader();
+        m_path = kept;
+        return result;
+    }
+    // A relative path only goes down, so cutting back to the depth restores it.
     const unsigned int depth = m_path.depth();
-    std::optional<BinaryPath> kept;
-    if (!name.empty() && name[0] == '/') kept = m_path;
     if (seek(name) != 0) return -1;
     const int result = reader();
-    if (kept) {
-        m_path = *kept;
-    } else {
-        m_path.elements.resize(depth);
-    }
+    m_path.elements.resize(depth);
     return result;
 }
 
