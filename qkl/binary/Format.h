@@ -397,9 +397,20 @@ inline std::uint64_t Node::size() const {
     return nodeSize(detail::readField<unsigned char>(m_arena, 0, VERSION_OFFSET), type(), dataSize());
 }
 inline const char* Node::data() const {
-    const char* payload = m_arena.readSpan(m_at, std::uint64_t(overhead()) + dataSize());
+    const char* head = m_arena.readSpan(m_at, NODE_HEAD);
+    std::uint16_t nodeType = 0;
+    std::uint32_t nodeDataSize = 0;
+    if (head != nullptr) {  // the fields cannot fail: read them straight from the head
+        std::memcpy(&nodeType, head + TYPE_OFFSET, sizeof nodeType);
+        std::memcpy(&nodeDataSize, head + DATA_SIZE_OFFSET, sizeof nodeDataSize);
+    } else {  // each field read reports its failure
+        nodeType = type();
+        nodeDataSize = dataSize();
+    }
+    const unsigned int before = NODE_HEAD + nodeBorder(nodeType, nodeDataSize);
+    const char* payload = m_arena.readSpan(m_at, std::uint64_t(before) + nodeDataSize);
     QKL_ASSERT(payload != nullptr);
-    return payload ? payload + overhead() : nullptr;
+    return payload ? payload + before : nullptr;
 }
 
 inline bool Node::probe(const Arena& arena, unsigned int at) {
