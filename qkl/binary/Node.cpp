@@ -58,21 +58,26 @@ char* Node::buffer() const {
 int Node::setData(const void* bytes, unsigned int length, bool terminate) {
     if (!m_arena.isWritable()) return -1;
     // The node's own header must be inside before its fields mean anything.
-    const char* head = m_arena.writeSpan(m_at, NODE_HEAD);
+    char* head = m_arena.writeSpan(m_at, NODE_HEAD);
     QKL_ASSERT(head != nullptr);
     if (head == nullptr) return -1;
-    const unsigned short nodeType = type();
-    if (length > size() - overhead()) return -1;
+    std::uint16_t nodeType = 0;
+    std::uint32_t oldDataSize = 0;
+    std::memcpy(&nodeType, head + TYPE_OFFSET, sizeof nodeType);
+    std::memcpy(&oldDataSize, head + DATA_SIZE_OFFSET, sizeof oldDataSize);
+    // The head lies inside, so the document header does too.
+    const unsigned char rule = static_cast<unsigned char>(m_arena.start()[VERSION_OFFSET]);
+    const std::uint64_t room = nodeSize(rule, nodeType, oldDataSize) - (NODE_HEAD + nodeBorder(nodeType, oldDataSize));
+    if (length > room) return -1;
     // The payload starts where the new data size puts it (an 8-byte value moves to 16).
     const unsigned int start = NODE_HEAD + nodeBorder(nodeType, length);
-    const std::uint64_t newSize =
-        nodeSize(detail::readField<unsigned char>(m_arena, 0, VERSION_OFFSET), nodeType, length);
     char* node = m_arena.writeSpan(m_at, std::uint64_t(start) + length);
     if (node == nullptr) return -1;
-    setDataSize(length);
+    std::memcpy(node + DATA_SIZE_OFFSET, &length, sizeof length);
     const unsigned int copied = terminate && length > 0 ? length - 1 : length;
     if (bytes != nullptr && copied > 0) std::memcpy(node + start, bytes, copied);
     if (terminate && length > 0) node[start + length - 1] = '\0';
+    const std::uint64_t newSize = nodeSize(rule, nodeType, length);
     if (m_arena.writeSpan(m_at, newSize) != nullptr) clearPadding(node, start, length, newSize);
     return 0;
 }
