@@ -13,10 +13,13 @@
 //  - a document without a root is not sent (serialize gives -1);
 //  - a document whose "version" attribute says a peer below 4.0.0 is sent as
 //    XML text, as such a peer expects.
+// A binary document that is refused says where and why (lastDocumentError, as
+// Format::diagnose finds it); one that is taken leaves no error.
 // Besides: every document of format version 2 that the message, its reply or the
 // other message holds loads again from its bytes; the copy under the other
 // message has the received document's text; a text form that parses is a fixed
 // point after one pass.
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -124,12 +127,26 @@ void copyUnderAnotherMessage(const QKL::QKLMessage& received, const char* bytes,
     walk(*host);
 }
 
+// Bytes that begin as a binary document does, received by a QKLBinary itself.
+void requireDocumentError(const char* bytes, int length) {
+    const std::size_t magicBytes = std::min(std::size_t(length), sizeof QKL::binary::MAGIC);
+    if (length <= 0 || std::memcmp(bytes, &QKL::binary::MAGIC, magicBytes) != 0) return;
+    QKL::auto_destroy<QKL::QKLBinary> message(new QKL::QKLBinary());
+    const bool refused = message->init(bytes, length) != 0;
+    const QKL::DocumentError& error = message->lastDocumentError();
+    require(refused == bool(error), "a binary document is refused exactly when a fault is named");
+    const QKL::DocumentError found = QKL::binary::Format::diagnose(bytes, unsigned(length));
+    require(!refused || (found.offset == error.offset && std::strcmp(found.reason, error.reason) == 0),
+            "the fault named is the first one, as the bytes given show it");
+}
+
 }  // namespace
 
 void receive(const char* bytes, std::size_t size) {
     const int length = size > 0xFFFFFFu ? 0xFFFFFF : int(size);
     const int framed = QKL::QKLMessage::isComplete(bytes, length);
     require(framed >= 0 && framed <= length, "isComplete frames within the bytes it was given");
+    requireDocumentError(bytes, length);
     QKL::auto_destroy<QKL::QKLMessage> received(QKL::QKLMsgFactory::createNew(bytes, length));
     if (!received) return;
     require(framed > 0, "only a complete stream loads");

@@ -29,6 +29,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "qkl/binary/DocumentError.h"
 #include "qkl/binary/Limits.h"
 #include "qkl/common/QKLAssert.h"
 
@@ -357,6 +358,15 @@ public:
     // NOT_BINARY when the magic is wrong, else the document length (map area
     // included, whatever the message version). Reads no byte outside [bytes, bytes + length).
     static unsigned int probe(const char* bytes, unsigned int length);
+
+    // Why received bytes are refused: the first fault of the header (framing as
+    // probe frames it), then of the tree (as root().subtreeValid()), then of the map
+    // area (as map().valid()), then the length limit; no error exactly when all of
+    // them accept. A separate, slower walk for the refused path only: safe on
+    // untrusted bytes, iterative, reads nothing outside [bytes, bytes + length).
+    // A fault of the size rule in a document of unknown format version is named
+    // as UNKNOWN_FORMAT_VERSION at the version byte (see DocumentError.h).
+    static DocumentError diagnose(const char* bytes, unsigned int length);
 
 private:
     std::uint32_t flags() const;

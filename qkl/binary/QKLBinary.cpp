@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <vector>
 
 #include "qkl/binary/Format.h"
 #include "qkl/binary/QKLBinaryInternals.h"
@@ -25,6 +26,31 @@ bool receivable(const char* bytes, int length) {
     const Format received(binary::Arena::readOnlyView(bytes, unsigned(length)));
     if (!received.empty() && !received.root().subtreeValid()) return false;
     return received.map().valid();
+}
+
+// Why a received document cannot be carried into another one: the first node,
+// in document order, whose tag, ns or complex type neither a vocabulary nor the
+// document's map area names (as CopyAssistant::ascertain reads them). Clear when
+// every ID has a name: the copy then failed on the target's side.
+DocumentError unnamedNode(const QKLBinaryInternals& received) {
+    const QKLProtocolIDMap& names = received.idMap();
+    std::vector<Format::node_range> ranges(1, received.format().root());
+    while (!ranges.empty()) {
+        Format::node_range& range = ranges.back();
+        if (!range.valid()) {
+            ranges.pop_back();
+            continue;
+        }
+        const binary::Node node = range.node();
+        const bool headerTag = node.tag() > 0 && node.tag() <= QKLBinaryInternals::LAST_HEADER_TAG;
+        if ((!headerTag && names.findIDC(node.tag()).empty()) || (node.ns() != 0 && names.findIDC(node.ns()).empty()) ||
+            (node.type() >= binary::TYPE_FIRST_COMPLEX && names.findTypeIDC(node.type()).empty()))
+            return DocumentError{node.offset(), DocumentError::UNNAMED_ID};
+        const Format::node_range children = range.children();
+        range = range.next();
+        if (!children.empty()) ranges.push_back(children);
+    }
+    return DocumentError();
 }
 
 }  // namespace
@@ -81,19 +107,30 @@ int QKLBinary::create(const char* rootName) {
 int QKLBinary::init(const char* buf, int len) { return deserialize(buf, len, nullptr); }
 
 int QKLBinary::deserialize(const char* buf, int len, QKLMessageIterator* to) {
+    m_documentError = DocumentError();
     const int complete = isComplete(buf, len);
-    if (complete <= 0) return -1;
+    if (complete <= 0) return refuseDocument(buf, len);
     // Anything but a binary document is XML text, ended by the zero byte that isComplete found.
     if (complete < int(binary::HEADER_SIZE) || !isOfTheKind(buf)) return fromText(buf, to);
-    if (!receivable(buf, complete)) return -1;
+    if (!receivable(buf, complete)) return refuseDocument(buf, complete);
     if (to == nullptr) return adopt(buf, complete);
     const QKLBinaryIterator* at = ownIterator(to);
     return at ? adoptUnder(buf, complete, *const_cast<QKLBinaryIterator*>(at)) : -1;
 }
 
+int QKLBinary::refuseDocument(const char* bytes, int length) {
+    // Incomplete text (no zero byte yet) is not a document.
+    if (bytes != nullptr && length > 0) {
+        const DocumentError found = Format::diagnose(bytes, unsigned(length));
+        if (found && std::strcmp(found.reason, DocumentError::NOT_BINARY) != 0) m_documentError = found;
+    }
+    return -1;
+}
+
 int QKLBinary::adopt(const char* bytes, int length) {
     if (multiReference() && hardcopy() != 0) return -1;
-    if (m_internals == nullptr || m_internals->copy(bytes, length) == nullptr) return -1;
+    // Past the receiving limit, the one refusal of the adoption that lies in the bytes.
+    if (m_internals == nullptr || m_internals->copy(bytes, length) == nullptr) return refuseDocument(bytes, length);
     // The document's message version is that of its "version" attribute.
     int version = 0;
     if (getVersion(version) == 0) m_internals->idMap().setMessageVersion(version);
@@ -103,12 +140,19 @@ int QKLBinary::adopt(const char* bytes, int length) {
 int QKLBinary::adoptUnder(const char* bytes, int length, QKLBinaryIterator& at) {
     if (at.validateInternals() != 0) return -1;
     QKLBinaryInternals received;
-    if (received.copy(bytes, length) == nullptr || received.format().empty()) return -1;
+    if (received.copy(bytes, length) == nullptr) return refuseDocument(bytes, length);
+    if (received.format().empty()) {
+        m_documentError = DocumentError{binary::FLAGS_OFFSET, DocumentError::NO_ROOT_TO_PLACE};
+        return -1;
+    }
     // An empty path names the received root.
-    return m_internals->copy(received.buffer(), BinaryPath(), received.idMap(), at.path());
+    if (m_internals->copy(received.buffer(), BinaryPath(), received.idMap(), at.path()) == 0) return 0;
+    m_documentError = unnamedNode(received);
+    return -1;
 }
 
 int QKLBinary::deserialize(const QKLMessageIterator* from, QKLMessageIterator* to) {
+    m_documentError = DocumentError();
     const QKLBinaryIterator* source = dynamic_cast<const QKLBinaryIterator*>(from);
     if (source == nullptr || source->validateStamp() != 0 || source->path().empty()) return -1;
     QKLBinaryInternals* sourceDocument = source->binaryMessage()->internals();

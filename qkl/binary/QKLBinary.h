@@ -6,7 +6,8 @@
 //
 // Received bytes: deserialize/init check the whole document (every node inside
 // its parent, the map area well-formed) before adopting it, so a truncated,
-// oversized or lying document is refused with -1 and the message is unchanged.
+// oversized or lying document is refused with -1 and the message is unchanged;
+// lastDocumentError() then says where and why.
 //
 // uid, session and id set through setUid/setSession/setID stay in caches
 // until saveChanges() writes them into the root.
@@ -18,6 +19,7 @@
 #include <string>
 
 #include "qkl/binary/BinaryPath.h"
+#include "qkl/binary/DocumentError.h"
 #include "qkl/binary/Limits.h"
 #include "qkl/message/QKLMessage.h"
 #include "qkl/util/CharArray.h"
@@ -103,6 +105,12 @@ public:
     int serialize(char* buf, unsigned long* len, const QKLMessageIterator* from) const override;
     int deserialize(const char* buf, int len, QKLMessageIterator* to) override;
     int deserialize(const QKLMessageIterator* from, QKLMessageIterator* to) override;
+    // Where and why the last deserialize or init refused a binary document: the
+    // offset into the bytes given and one of DocumentError's reasons. Clear after
+    // one that succeeded, that read XML text, or that failed for a cause outside
+    // the bytes (no memory, an iterator of another message). Belongs to the
+    // message, like its other non-const members: one thread at a time.
+    const DocumentError& lastDocumentError() const { return m_documentError; }
     // The XML text form of the whole message, or of the subtree at `at`:
     // a malloc'ed, zero-ended buffer released with free(); null on failure.
     char* toText(const QKLMessageIterator* at, const std::string& nsBase, int version) const override;
@@ -166,6 +174,8 @@ private:
     int readOnOff(int& value, int id) const;
     int adopt(const char* bytes, int length);
     int adoptUnder(const char* bytes, int length, QKLBinaryIterator& at);
+    // Records why the received bytes were refused and returns -1.
+    int refuseDocument(const char* bytes, int length);
 
     // ---- the XML text form: how values are written and read ----
     // Writer (qkl/text/XmlWriter.cpp): a value is written as its stored text, escaped:
@@ -214,6 +224,7 @@ private:
     bool m_idNotToSave;
     mutable QKLBinaryInternals* m_internals;
     mutable unsigned int m_iteratorCount;
+    DocumentError m_documentError;
 };
 
 }  // namespace QKL

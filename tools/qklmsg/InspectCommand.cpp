@@ -3,7 +3,10 @@
 // indented by depth, tag, type, ns, data size, size), then one line per map
 // entry (offset, ID, kind, name). XML text is read into a binary document
 // first, and standard error says so: the text has no bytes of its own to show.
+// A binary document that is refused shows, on standard output only, every node
+// and map entry that can be read before its fault, then "offset N: REASON".
 #include <cstdarg>
+#include <climits>
 #include <cstdio>
 #include <vector>
 
@@ -63,13 +66,15 @@ void describeNode(const QKLBinaryInternals& doc, const Node& node, std::size_t d
                  node.dataSize(), static_cast<unsigned long long>(node.size()));
 }
 
-// Depth first, in document order. node_range walking checks every node
-// against the bytes, so even a lying document ends the walk instead of
-// being read past; the explicit stack takes any depth.
-void describeNodes(const QKLBinaryInternals& doc, std::string& out) {
-    std::vector<Format::node_range> ranges(1, doc.format().root());
+// Depth first, in document order, the nodes of `format` before offset
+// `before`; names from `doc`. node_range walking checks every node against
+// the bytes, so even a lying document ends the walk instead of being read
+// past; the explicit stack takes any depth.
+void describeNodes(const QKLBinaryInternals& doc, const Format& format, unsigned int before, std::string& out) {
+    std::vector<Format::node_range> ranges(1, format.root());
     while (!ranges.empty()) {
         Format::node_range& range = ranges.back();
+        if (range.begin >= before) return;  // document order is the order of offsets
         if (!range.valid()) {
             ranges.pop_back();
             continue;
@@ -81,23 +86,37 @@ void describeNodes(const QKLBinaryInternals& doc, std::string& out) {
     }
 }
 
-// The map area as Format.h says to walk it; false (reported) on a bad entry.
-bool describeMap(const QKLBinaryInternals& doc, const std::string& where, std::string& out) {
-    const Format format = doc.format();
+// The map area's entries before offset `before`, walked as Format.h says;
+// the offset of the first bad one, or 0 when there is none.
+unsigned int describeMapEntries(const Format& format, unsigned int before, std::string& out) {
     const Format::map_type& map = format.map();
-    const unsigned int end = map.offset() + map.size();
-    for (unsigned int at = map.offset(); at != end; at += unsigned(Node(format.arena(), at).size())) {
-        if (!map.entryValid(at)) {
-            refuse(where, "malformed map entry at offset " + std::to_string(at));
-            return false;
-        }
-        const Node entry(format.arena(), at);
+    const std::uint64_t end = std::uint64_t(map.offset()) + map.size();
+    for (std::uint64_t at = map.offset(); at < end && at < before; at += Node(format.arena(), unsigned(at)).size()) {
+        if (!map.entryValid(unsigned(at))) return unsigned(at);
+        const Node entry(format.arena(), unsigned(at));
         // The name's stored bytes end in a zero byte that is not part of it.
         const std::string name(entry.data(), entry.dataSize() - 1);
-        appendFormat(out, "map  @%-5u id %d %s \"%s\"\n", at, entry.tag(), MAP_KIND_NAMES[entry.type()],
+        appendFormat(out, "map  @%-5u id %d %s \"%s\"\n", unsigned(at), entry.tag(), MAP_KIND_NAMES[entry.type()],
                      name.c_str());
     }
-    return true;
+    return 0;
+}
+
+// A refused document, from the bytes themselves. Names come from the
+// vocabularies, and from the map area when the bytes frame as a document. A
+// fault in the header leaves the tree as readable as it is, so all of it is shown.
+void describeRefused(const char* bytes, std::size_t length, std::string& out) {
+    const QKL::DocumentError fault = documentFault(bytes, length);
+    QKLBinaryInternals names;
+    if (names.copy(bytes, int(length)) == nullptr) names.turnBlank();
+    const Format received(QKL::binary::Arena::readOnlyView(bytes, unsigned(length)));
+    const unsigned int before = fault.offset < QKL::binary::HEADER_SIZE ? UINT_MAX : fault.offset;
+    appendFormat(out, "document: %zu bytes received\n", length);
+    if (length >= QKL::binary::HEADER_SIZE) {
+        describeNodes(names, received, before, out);
+        describeMapEntries(received, before, out);
+    }
+    out += faultText(fault) + "\n";
 }
 
 // One message's lines, appended to `out`.
@@ -110,12 +129,16 @@ bool inspectMessage(const QKL::QKLMessage& message, const Received& received, st
     if (!received.binary) note(received.where, "XML text: showing the binary document it reads into");
     const QKLBinaryInternals& doc = *binary->internals();
     describeDocument(doc, out);
-    describeNodes(doc, out);
-    return describeMap(doc, received.where, out);
+    describeNodes(doc, doc.format(), UINT_MAX, out);
+    const unsigned int badEntry = describeMapEntries(doc.format(), UINT_MAX, out);
+    if (badEntry != 0) refuse(received.where, "malformed map entry at offset " + std::to_string(badEntry));
+    return badEntry == 0;
 }
 
 }  // namespace
 
-int runInspect(const CommandLine& line) { return writeEachMessage(line.operands[0], line.output, inspectMessage); }
+int runInspect(const CommandLine& line) {
+    return writeEachMessage(line.operands[0], line.output, inspectMessage, describeRefused);
+}
 
 }  // namespace qklmsg

@@ -1,6 +1,7 @@
 #include "MessageIO.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 
@@ -41,20 +42,21 @@ Frame frameAt(const std::string& bytes, std::size_t at) {
     return {left, int(left) + 1, binary, binary};
 }
 
-std::string truncatedText(std::size_t at, std::size_t left) {
-    return std::string("truncated binary document") + (at > 0 ? " (the last message)" : "") +
-           ": its header and root need more than " + std::to_string(left) + " bytes";
+std::string truncatedText(const char* bytes, std::size_t at, std::size_t left) {
+    return std::string("truncated binary document") + (at > 0 ? " (the last message)" : "") + ": " +
+           faultText(documentFault(bytes, left));
 }
 
 // The message framed at `at`, owned by the caller; null after reporting.
 QKLMessage* messageAt(const Input& input, std::size_t at, const Frame& frame, const std::string& where) {
+    const char* bytes = input.bytes.data() + at;
     if (frame.truncated) {
-        refuse(where, truncatedText(at, frame.taken));
+        refuse(where, truncatedText(bytes, at, frame.taken));
         return nullptr;
     }
-    QKLMessage* message = QKLMsgFactory::createNew(input.bytes.data() + at, frame.length);
+    QKLMessage* message = QKLMsgFactory::createNew(bytes, frame.length);
     if (message != nullptr) return message;
-    refuse(where, frame.binary ? "malformed binary document: a node or the map area does not fit where it claims"
+    refuse(where, frame.binary ? "malformed binary document: " + faultText(documentFault(bytes, frame.taken))
                                : "not a message: the XML reader refused the text");
     return nullptr;
 }
@@ -93,6 +95,17 @@ bool renderBinary(const QKLMessage& message, const std::string& where, std::stri
 
 }  // namespace
 
+QKL::DocumentError documentFault(const char* bytes, std::size_t length) {
+    QKL::auto_destroy<QKL::QKLBinary> message(new QKL::QKLBinary());
+    message->init(bytes, int(std::min<std::size_t>(length, INT_MAX)));
+    return message->lastDocumentError();
+}
+
+std::string faultText(const QKL::DocumentError& fault) {
+    // Only a failure outside the bytes (no memory) leaves no fault.
+    return fault ? offsetText(fault.offset) + ": " + fault.reason : "refused, with no fault in its bytes";
+}
+
 bool isBinaryDocument(const std::string& bytes) {
     return bytes.size() >= KIND_PREFIX_BYTES && QKLMsgFactory::kindOf(bytes.data()) != QKLMsgFactory::UnknownKind;
 }
@@ -115,7 +128,8 @@ QKLMessage* readMessage(const std::string& path, Input& input) {
     return readInput(path, input) ? readMessage(input) : nullptr;
 }
 
-int writeEachMessage(const std::string& path, const std::string& output, MessageWriter write) {
+int writeEachMessage(const std::string& path, const std::string& output, MessageWriter write,
+                     RefusedWriter refused) {
     Input input;
     if (!readInput(path, input)) return EXIT_REFUSED;
     if (input.bytes.empty()) return refuse(input.name, "empty input");
@@ -126,6 +140,11 @@ int writeEachMessage(const std::string& path, const std::string& output, Message
         // The complete messages before a truncated one are written first.
         if (frame.truncated && at > 0 && !writeOutput(output, out)) return EXIT_REFUSED;
         QKL::auto_destroy<QKLMessage> message(messageAt(input, at, frame, received.where));
+        if (!message && refused != nullptr && frame.binary && output.empty()) {
+            std::string shown = frame.truncated && at > 0 ? std::string() : out;  // else written already
+            refused(input.bytes.data() + at, frame.taken, shown);
+            writeOutput(output, shown);
+        }
         if (!message || !write(*message, received, out)) return EXIT_REFUSED;
         at += frame.taken;
     }

@@ -38,12 +38,24 @@ struct Received {
 
 // Appends what a command makes of one message to `out`; false after reporting.
 using MessageWriter = bool (*)(const QKL::QKLMessage& message, const Received& received, std::string& out);
+// Appends what a command can show of a binary document the library refused
+// (the bytes framed for it, or all that is left of a truncated one).
+using RefusedWriter = void (*)(const char* bytes, std::size_t length, std::string& out);
 
 // Reads every message of the input at `path` in turn, appends what `write`
 // makes of each, and writes the whole to `output` (see writeOutput). A message
 // refused writes nothing. A truncated last message is refused after the
-// complete ones before it are written. Returns an ExitStatus.
-int writeEachMessage(const std::string& path, const std::string& output, MessageWriter write);
+// complete ones before it are written. With `refused`, a refused binary
+// document ends the output with what `refused` shows of it, but only on
+// standard output: a refused run writes no output file. Returns an ExitStatus.
+int writeEachMessage(const std::string& path, const std::string& output, MessageWriter write,
+                     RefusedWriter refused = nullptr);
+
+// Where and why the library refuses the binary document in these bytes, as the
+// message that refuses them records it (clear if it takes them).
+QKL::DocumentError documentFault(const char* bytes, std::size_t length);
+// "offset N: REASON", the form of every refusal of a binary document by the tool.
+std::string faultText(const QKL::DocumentError& fault);
 
 // The forms a message is written in.
 enum class MessageForm { XmlText, BinaryDocument };
