@@ -192,30 +192,12 @@ private:
     // content is text keeps only the text. An unprefixed "type" attribute is the
     // header attribute 105 on every element; only a prefixed "...:type" is a
     // candidate xsi:type. Ordinary attributes (e.g. soap:encodingStyle, an
-    // unprefixed xmlns) are accepted and dropped by attrFromText: the document
-    // keeps no attributes but 101-110.
+    // unprefixed xmlns) are accepted and dropped: the document keeps no
+    // attributes but 101-110.
     // Header attributes read from text are stored as strings (type 2), as the
     // header setters store them. Both recurse once per level: deeper than
     // MAX_TEXT_DEPTH fails cleanly. The reader never reads past the text's zero
     // byte, and a failed parse under an iterator leaves the message unchanged.
-
-    // ---- the XML writer (qkl/text/XmlWriter.cpp) ----
-    typedef std::map<std::string, std::string> PrefixMap;  // namespace URI -> "ns1", "ns2" ...
-    // Appends the element at node offset `at` and its subtree; negative on failure.
-    // Without a prefix map (legacy mode) no prefixes and no xsi:type are written.
-    int writeElement(std::string& out, unsigned int at, int level, int flags, PrefixMap* prefixes,
-                     const std::string& nsBase) const;
-
-    // ---- the XML reader (qkl/text/XmlReader.cpp) ----
-    typedef std::map<Internal::CharArray, int> NamespacePrefixes;  // prefix -> namespace ID
-    // Parses one element at `cursor` (advanced past it) under `path`; in skip mode
-    // it checks the syntax and stores nothing. -1 on failure; 1 when it meets the
-    // enclosing element's end tag ("</") instead of an element.
-    int fromText(const char*& cursor, BinaryPath& path, const NamespacePrefixes& prefixes, bool skip,
-                 int depth = 0);
-    int xmlTypeFromText(BinaryPath& path, const Internal::CharArray& attrPrefix, const Internal::CharArray& value,
-                        const Internal::CharArray& valuePrefix, const NamespacePrefixes& prefixes);
-    int attrFromText(BinaryPath& path, const Internal::CharArray& attribute);
 
     unsigned int m_policy;
     mutable Attribute<std::string> m_session;

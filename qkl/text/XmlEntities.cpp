@@ -1,5 +1,7 @@
 #include "qkl/text/XmlEntities.h"
 
+#include <cstring>
+
 namespace QKL {
 namespace Internal {
 
@@ -70,24 +72,24 @@ std::string getEntityChar(const std::string& name) {
     return std::string();
 }
 
-int xmlUnescape(std::string& text) {
-    std::string out;
-    out.reserve(text.size());
-    std::string::size_type at = 0;
-    for (;;) {
-        const std::string::size_type amp = text.find('&', at);
-        if (amp == std::string::npos) break;
-        const std::string::size_type semicolon = text.find(';', amp + 1);
-        if (semicolon == std::string::npos) return -1;
-        const std::string replacement = getEntityChar(text.substr(amp + 1, semicolon - amp - 1));
+long long xmlUnescape(const char* begin, const char* end, char* out) {
+    char* const start = out;
+    for (const char* at = begin; at != end;) {
+        const char* amp = at;
+        while (amp != end && *amp != '&') ++amp;
+        std::memcpy(out, at, size_t(amp - at));
+        out += amp - at;
+        if (amp == end) break;
+        at = amp;
+        const char* const semicolon = static_cast<const char*>(std::memchr(at + 1, ';', size_t(end - at - 1)));
+        if (semicolon == nullptr) return -1;
+        const std::string replacement = getEntityChar(std::string(at + 1, semicolon));
         if (replacement.empty()) return -1;
-        out.append(text, at, amp - at);
-        out += replacement;
+        std::memcpy(out, replacement.data(), replacement.size());
+        out += replacement.size();
         at = semicolon + 1;
     }
-    out.append(text, at, std::string::npos);
-    text.swap(out);
-    return 0;
+    return out - start;
 }
 
 }  // namespace Internal

@@ -3,13 +3,16 @@
 //
 // Every parse goes into a fresh document first, so that a failure leaves the
 // message as it was: the whole-document form then adopts the parsed bytes,
-// the iterator form copies the parsed tree under the iterator.
+// the iterator form copies the parsed tree under the iterator. The tree is built
+// node after node by a TreeBuilder and goes into that document in one step.
 //
 // The text is trusted to end with a zero byte and nothing else: every scan
 // stops at that byte, every look-ahead reads only behind a byte already known
 // not to be it, and the nesting is bounded by MAX_TEXT_DEPTH.
-#include <climits>
+#include <algorithm>
 #include <cstring>
+#include <iterator>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -19,6 +22,7 @@
 #include "qkl/binary/QKLBinary.h"
 #include "qkl/binary/QKLBinaryInternals.h"
 #include "qkl/binary/QKLBinaryIterator.h"
+#include "qkl/text/TreeBuilder.h"
 #include "qkl/text/XmlEntities.h"
 #include "qkl/text/XmlNamespaces.h"
 #include "qkl/vocabulary/QKLDefaultMap.h"
@@ -42,13 +46,18 @@ const int LAST_NAMESPACE_ID = 0xFFFF;
 const CharArray XMLNS("xmlns", 5);
 const CharArray TYPE_LOCAL_NAME("type", 4);
 
-bool isWhite(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+// Both tests look closer only at the few characters that can pass them.
+bool isWhite(char c) {
+    return static_cast<unsigned char>(c) <= ' ' && (c == ' ' || c == '\t' || c == '\n' || c == '\r');
+}
 
 void skipWhite(const char*& cursor) {
     while (isWhite(*cursor)) ++cursor;
 }
 
-bool endsElementName(char c) { return c == '>' || c == '/' || c == '\0' || isWhite(c); }
+bool endsElementName(char c) {
+    return static_cast<unsigned char>(c) <= '>' && (c == '>' || c == '/' || c == '\0' || isWhite(c));
+}
 
 // An attribute name ends at "=" (or the zero byte, a failure). A character that
 // cannot stand in a name means that the name has no "=": a malformed text.
@@ -64,19 +73,32 @@ CharArray localOf(const CharArray& name) {
     return colon == CharArray::npos ? name : CharArray(name.ptr() + colon + 1, name.length() - colon - 1);
 }
 
-// "</" name ">" at `at`. strncmp stops at the text's zero byte, and a match
-// means that every byte up to the ">" lies before it.
+// "</" name ">" at `at`. The comparison stops at the first difference, and the
+// text's zero byte differs from every character of a name, so a match means that
+// every byte up to the ">" lies before it.
 bool isEndTag(const char* at, const CharArray& name) {
-    return at[0] == '<' && at[1] == '/' && std::strncmp(at + 2, name.ptr(), name.length()) == 0 &&
-           at[2 + name.length()] == '>';
+    if (at[0] != '<' || at[1] != '/') return false;
+    for (unsigned int i = 0; i < name.length(); ++i) {
+        if (at[2 + i] != name[i]) return false;
+    }
+    return at[2 + name.length()] == '>';
 }
 
 // The first "</" name ">" from `from`, without building the tag text.
 const char* findEndTag(const char* from, const CharArray& name) {
-    for (const char* at = std::strstr(from, "</"); at != nullptr; at = std::strstr(at + 2, "</")) {
+    for (const char* at = std::strchr(from, '<'); at != nullptr; at = std::strchr(at + 1, '<')) {
         if (isEndTag(at, name)) return at;
     }
     return nullptr;
+}
+
+// CharArray's ==, a byte loop for names of a few characters.
+bool sameName(const CharArray& a, const CharArray& b) {
+    if (a.length() != b.length()) return false;
+    for (unsigned int i = 0; i < a.length(); ++i) {
+        if (a[i] != b[i]) return false;
+    }
+    return true;
 }
 
 // "<!" or "<?" at `cursor`: skipped up to and including the next ">", whatever
@@ -150,24 +172,12 @@ int namespaceID(QKLProtocolIDMap& map, const CharArray& uri) {
     return id > 0 && id <= LAST_NAMESPACE_ID ? id : -1;
 }
 
-// The namespace URI of a prefix in scope; empty when undeclared or declared empty.
-CharArray prefixURI(const QKLProtocolIDMap& map, const std::map<CharArray, int>& prefixes, const CharArray& prefix) {
-    const std::map<CharArray, int>::const_iterator found = prefixes.find(prefix);
-    return found == prefixes.end() || found->second == 0 ? CharArray() : map.findIDC(found->second);
-}
+typedef std::map<CharArray, int> NamespacePrefixes;  // prefix -> namespace ID
 
-// The element's payload: its text, unescaped, as a plain node.
-int storeText(QKLBinaryInternals& document, BinaryPath& path, const char* begin, const char* end) {
-    std::string text(begin, end);
-    if (text.find('&') != std::string::npos && Internal::xmlUnescape(text) != 0) return -1;
-    if (text.size() > size_t(INT_MAX)) return -1;
-    if (Node(document.arena(), path.current().offset).isContainer()) {
-        // Only an xsi:type makes a container without children: a simple type's
-        // text is kept as text. Header attribute children cannot stand beside text.
-        if (Node(document.arena(), path.current().offset).dataSize() != 0) return -1;
-        if (document.setContent(path, binary::TYPE_ELEMENT, nullptr, 0, false) != 0) return -1;
-    }
-    return document.setContent(path, binary::TYPE_ELEMENT, text.data(), int(text.size()), true);
+// The namespace URI of a prefix in scope; empty when undeclared or declared empty.
+CharArray prefixURI(const QKLProtocolIDMap& map, const NamespacePrefixes& prefixes, const CharArray& prefix) {
+    const NamespacePrefixes::const_iterator found = prefixes.find(prefix);
+    return found == prefixes.end() || found->second == 0 ? CharArray() : map.findIDC(found->second);
 }
 
 // Behind the root only white space, comments, declarations and processing
@@ -194,43 +204,82 @@ bool holdsFragment(const QKLBinaryInternals& document) {
     return false;
 }
 
-}  // namespace
+// Parses the elements of one text into a TreeBuilder, under the message's policy.
+class TextReader {
+public:
+    TextReader(QKLBinaryInternals& document, TreeBuilder& tree, unsigned int policy)
+        : m_document(document), m_map(document.idMap()), m_tree(tree), m_policy(policy) {}
 
-// ---- the top level ----------------------------------------------------------------------------
+    // Parses one element at `cursor` (advanced past it) under the open element; in
+    // skip mode it checks the syntax and stores nothing. -1 on failure; END_TAG
+    // when it meets the enclosing element's end tag ("</") instead of an element.
+    int element(const char*& cursor, const NamespacePrefixes& prefixes, bool skip, int depth);
 
-int QKLBinary::fromText(const char* text, QKLMessageIterator* at) {
-    if (text == nullptr || m_internals == nullptr) return -1;
-    const QKLBinaryIterator* under = nullptr;
-    if (at != nullptr) {
-        under = ownIterator(at);
-        // validateInternals makes a shared document private before it is written.
-        if (under == nullptr || under->validateInternals() != 0) return -1;
-        if (m_internals->buffer() == nullptr) return -1;  // no document to parse into
-    }
-    auto_destroy<QKLBinary> parsed(new QKLBinary());
-    parsed->m_policy = m_policy;
-    QKLBinaryInternals& document = *parsed->m_internals;
-    if (document.turnBlank() != 0) return -1;
-    BinaryPath path;
-    const char* cursor = text;
-    if (parsed->fromText(cursor, path, NamespacePrefixes(), false) != 0 || readTrailer(cursor) != 0) return -1;
-    if (document.format().empty()) return -1;
-    if (under == nullptr) return adopt(document.buffer(), int(document.used()));
-    if (holdsFragment(document)) return -1;
-    return m_internals->copy(document.buffer(), BinaryPath(), document.idMap(), under->path());
+private:
+    int xmlType(const CharArray& attrPrefix, const CharArray& value, const CharArray& valuePrefix,
+                const NamespacePrefixes& prefixes);
+    int storeText(const char* begin, const char* end);
+    // Runs a look-up that may record a name, and follows the map area's growth.
+    template <class LookUp>
+    int recording(LookUp lookUp, int& id);
+    // elementID, through the names met before.
+    int lookUpElement(const CharArray& name, int& id);
+
+    // Element IDs found for names met before. A name recorded since may change
+    // what a look-up answers, so they are forgotten whenever the map area grows;
+    // 0 (an unknown name) is never kept: the look-up may have used up an ID.
+    struct KnownName {
+        CharArray name;
+        int id;
+    };
+    static const unsigned int KNOWN_NAMES = 64;
+
+    QKLBinaryInternals& m_document;
+    QKLProtocolIDMap& m_map;
+    TreeBuilder& m_tree;
+    const unsigned int m_policy;
+    KnownName m_known[KNOWN_NAMES] = {};
+};
+
+template <class LookUp>
+int TextReader::recording(LookUp lookUp, int& id) {
+    const unsigned int before = m_document.used();
+    id = lookUp();
+    const unsigned int grown = m_document.used() - before;
+    if (grown == 0) return 0;
+    std::fill(std::begin(m_known), std::end(m_known), KnownName{});
+    return m_tree.mapGrew(grown);
 }
 
-// ---- one element --------------------------------------------------------------------------------
+int TextReader::lookUpElement(const CharArray& name, int& id) {
+    const unsigned int length = name.length();
+    KnownName& known = m_known[(length * 31u + unsigned(char(name[0])) * 7u + unsigned(char(name[length - 1]))) %
+                               KNOWN_NAMES];
+    if (known.id != 0 && sameName(known.name, name)) {
+        id = known.id;
+        return 0;
+    }
+    if (recording([&] { return elementID(m_map, name); }, id) != 0) return -1;
+    if (id != 0) known = KnownName{name, id};
+    return 0;
+}
 
-int QKLBinary::fromText(const char*& cursor, BinaryPath& path, const NamespacePrefixes& prefixes, bool skip,
-                        int depth) {
+// The element's payload: its text, unescaped, as a plain node.
+int TextReader::storeText(const char* begin, const char* end) {
+    char* const room = m_tree.textRoom(size_t(end - begin));
+    if (room == nullptr) return -1;
+    const long long length = Internal::xmlUnescape(begin, end, room);
+    return length < 0 ? -1 : m_tree.setText(size_t(length));
+}
+
+int TextReader::element(const char*& cursor, const NamespacePrefixes& prefixes, bool skip, int depth) {
     bool failed = false;
     do {
         skipWhite(cursor);
     } while (skipMarkup(cursor, failed));
     if (failed || cursor[0] != '<') return -1;
     if (cursor[1] == '/') return END_TAG;
-    if (depth >= MAX_TEXT_DEPTH || m_internals == nullptr) return -1;
+    if (depth >= QKLBinary::MAX_TEXT_DEPTH) return -1;
     const char* const start = cursor++;
     const char* const nameStart = cursor;
     while (!endsElementName(*cursor)) {
@@ -240,11 +289,12 @@ int QKLBinary::fromText(const char*& cursor, BinaryPath& path, const NamespacePr
     const CharArray name(nameStart, unsigned(cursor - nameStart));
     if (name.empty()) return -1;
 
-    const int id = skip ? 0 : elementID(m_internals->idMap(), name);
+    int id = 0;
+    if (!skip && lookUpElement(name, id) != 0) return -1;
     if (!skip && id == 0 && (m_policy & UNKNOWN_FAILS)) return -1;
     const bool unknown = !skip && id == 0;
     const bool store = !skip && !unknown;  // otherwise the syntax is checked and nothing stored
-    if (store && m_internals->insert(path, id, binary::TYPE_ELEMENT, nullptr, 0, false) != 0) return -1;
+    if (store && m_tree.open(id) != 0) return -1;
 
     // The attributes, up to ">" or "/>".
     std::optional<NamespacePrefixes> declared;  // a copy of `prefixes`, made on the first xmlns:p
@@ -266,40 +316,36 @@ int QKLBinary::fromText(const char*& cursor, BinaryPath& path, const NamespacePr
         TextAttribute attribute;
         if (readTextAttribute(cursor, attribute) != 0) return -1;
         if (!store) continue;
-        const int header = headerAttributeID(attribute.name.str());
+        const int header = QKLBinary::headerAttributeID(attribute.name.str());
         if (header != 0) {
             // As the header setters store them: a string with its zero byte.
-            if (m_internals->insert(path, header, binary::TYPE_STRING, attribute.value.ptr(),
-                                    int(attribute.value.length()), true) != 0)
+            if (m_tree.addValue(header, binary::TYPE_STRING, attribute.value.ptr(), attribute.value.length()) != 0)
                 return -1;
-            path.pop();
             continue;
         }
         const bool prefixed = attribute.name.find(':') != CharArray::npos;
         const CharArray local = localOf(attribute.name);
         if (prefixed && prefixOf(attribute.name) == XMLNS && !local.empty()) {
-            const int ns = namespaceID(m_internals->idMap(), attribute.value);
-            if (ns < 0) return -1;
+            int ns = 0;
+            if (recording([&] { return namespaceID(m_map, attribute.value); }, ns) != 0 || ns < 0) return -1;
             if (!declared) declared.emplace(prefixes);
             (*declared)[local] = ns;
             scope = &*declared;
         } else if (prefixed && local == TYPE_LOCAL_NAME) {
             typeCandidates.push_back(attribute);
-        } else if (attrFromText(path, attribute.name) != 0) {
-            return -1;
         }
+        // The document keeps no attributes but the header's: any other is accepted
+        // and dropped, whatever its name (soap:encodingStyle, an unprefixed xmlns ...).
     }
     if (store) {
         for (const TextAttribute& type : typeCandidates) {
-            if (xmlTypeFromText(path, prefixOf(type.name), localOf(type.value), prefixOf(type.value), *scope) != 0)
-                return -1;
+            if (xmlType(prefixOf(type.name), localOf(type.value), prefixOf(type.value), *scope) != 0) return -1;
         }
         // After the type: setComplexType leaves a container with a namespace as it is.
         const CharArray elementPrefix = prefixOf(name);
-        const NamespacePrefixes::const_iterator ns = scope->find(elementPrefix);
-        if (!elementPrefix.empty() && ns != scope->end() && ns->second != 0 &&
-            m_internals->setNamespace(path, ns->second) != 0)
-            return -1;
+        const NamespacePrefixes::const_iterator ns =
+            elementPrefix.empty() ? scope->end() : scope->find(elementPrefix);
+        if (ns != scope->end() && ns->second != 0 && m_tree.setNamespace(ns->second) != 0) return -1;
     }
 
     if (!empty) {
@@ -307,65 +353,79 @@ int QKLBinary::fromText(const char*& cursor, BinaryPath& path, const NamespacePr
         skipWhite(cursor);
         if (cursor[0] == '<' && cursor[1] != '/') {
             int result;
-            while ((result = fromText(cursor, path, *scope, !store, depth + 1)) == 0) {
+            while ((result = element(cursor, *scope, !store, depth + 1)) == 0) {
             }
-            if (result != END_TAG) return -1;
+            if (result != END_TAG || !isEndTag(cursor, name)) return -1;
         } else if (cursor[0] != '<') {
             const char* const end = findEndTag(content, name);
             if (end == nullptr) return -1;
-            if (store && storeText(*m_internals, path, content, end) != 0) return -1;
+            if (store && storeText(content, end) != 0) return -1;
             cursor = end;
+        } else if (!isEndTag(cursor, name)) {
+            return -1;
         }
-        if (!isEndTag(cursor, name)) return -1;
         cursor += name.length() + 3;
     }
 
     if (store) {
-        path.pop();
+        m_tree.close();
     } else if (unknown && !(m_policy & DROP_UNKNOWN)) {
         // The unknown element's whole text, as an XML fragment in its place.
-        const std::ptrdiff_t length = cursor - start;
-        if (length > INT_MAX ||
-            m_internals->insert(path, 0, binary::TYPE_XML, start, int(length), true) != 0)
-            return -1;
-        path.pop();
+        if (m_tree.addValue(0, binary::TYPE_XML, start, size_t(cursor - start)) != 0) return -1;
     }
     return 0;
 }
 
-// ---- attributes ---------------------------------------------------------------------------------
-
-int QKLBinary::xmlTypeFromText(BinaryPath& path, const CharArray& attrPrefix, const CharArray& value,
-                               const CharArray& valuePrefix, const NamespacePrefixes& prefixes) {
-    if (path.empty() || m_internals == nullptr) return -1;
-    QKLProtocolIDMap& map = m_internals->idMap();
-    const CharArray uri = prefixURI(map, prefixes, attrPrefix);
+// A prefixed "type" attribute: an xsi:type when its prefix names the schema
+// instance namespace, else an ordinary attribute (dropped).
+int TextReader::xmlType(const CharArray& attrPrefix, const CharArray& value, const CharArray& valuePrefix,
+                        const NamespacePrefixes& prefixes) {
+    const CharArray uri = prefixURI(m_map, prefixes, attrPrefix);
     if (uri.empty()) return -1;
-    if (uri != CharArray(XmlSchemaInstance)) {
-        const std::string attribute = attrPrefix.str() + ":" + TYPE_LOCAL_NAME.str();
-        return attrFromText(path, CharArray(attribute.data(), unsigned(attribute.size())));
-    }
+    if (uri != CharArray(XmlSchemaInstance)) return 0;
     // A type is a QName: one prefix and a local name without ":". The writer splits a
     // type's full name at its last ":", so a local name holding one could not come back.
     if (value.empty() || value.find(':') != CharArray::npos) return -1;
     std::string fullName;
     if (!valuePrefix.empty()) {
-        const CharArray typeNamespace = prefixURI(map, prefixes, valuePrefix);
+        const CharArray typeNamespace = prefixURI(m_map, prefixes, valuePrefix);
         if (typeNamespace.empty()) return -1;
         fullName = typeNamespace.str() + ":";
     }
     fullName.append(value.ptr(), value.length());
     // Never a vocabulary type: the full name is no vocabulary entry.
-    const int typeID = map.findStr(CharArray(fullName.data(), unsigned(fullName.size())), &QKLDefaultMap::findType,
-                                   QKLProtocolIDMap::TYPE);
-    if (typeID == 0) return -1;
+    int typeID = 0;
+    const CharArray full(fullName.data(), unsigned(fullName.size()));
+    const auto lookUp = [&] { return m_map.findStr(full, &QKLDefaultMap::findType, QKLProtocolIDMap::TYPE); };
+    if (recording(lookUp, typeID) != 0 || typeID == 0) return -1;
     // Its content follows its attributes: the element is a container (of header
     // attributes) or still empty, and takes the type either way.
-    return m_internals->setComplexType(path, typeID);
+    return m_tree.setComplexType(typeID);
 }
 
-// The document keeps no attributes but the header's (101-110): any other is
-// accepted and dropped, whatever its name (soap:encodingStyle, an unprefixed xmlns ...).
-int QKLBinary::attrFromText(BinaryPath&, const CharArray&) { return 0; }
+}  // namespace
+
+// ---- the top level ----------------------------------------------------------------------------
+
+int QKLBinary::fromText(const char* text, QKLMessageIterator* at) {
+    if (text == nullptr || m_internals == nullptr) return -1;
+    const QKLBinaryIterator* under = nullptr;
+    if (at != nullptr) {
+        under = ownIterator(at);
+        // validateInternals makes a shared document private before it is written.
+        if (under == nullptr || under->validateInternals() != 0) return -1;
+        if (m_internals->buffer() == nullptr) return -1;  // no document to parse into
+    }
+    QKLBinaryInternals document;
+    if (document.turnBlank() != 0) return -1;
+    TreeBuilder tree(document);
+    TextReader reader(document, tree, m_policy);
+    const char* cursor = text;
+    if (reader.element(cursor, NamespacePrefixes(), false, 0) != 0 || readTrailer(cursor) != 0) return -1;
+    if (tree.finish() != 0 || document.format().empty()) return -1;
+    if (under == nullptr) return adopt(document.buffer(), int(document.used()));
+    if (holdsFragment(document)) return -1;
+    return m_internals->copy(document.buffer(), BinaryPath(), document.idMap(), under->path());
+}
 
 }  // namespace QKL
