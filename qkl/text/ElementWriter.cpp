@@ -174,11 +174,16 @@ int ElementWriter::write(const WalkedNode& node, int level) {
     // A header attribute lives in its parent's start tag, written by the parent;
     // as the start node it has no start tag to go into: nothing to print.
     if (isHeaderAttribute(node.tag)) return node.range.subtreeValid() ? 0 : -1;
-    if (!binary::isContainer(node.type) && writeValueElement(node)) return 0;
+    const bool takesRootText = level == 0 && !m_rootText.empty();
+    if (!binary::isContainer(node.type) && !takesRootText && writeValueElement(node)) return 0;
 
     // Copied: m_texts may move while the children are written.
     const NameSlot name = tagTexts(node);
     appendTagText(name.at, name.length + 1);
+    if (takesRootText) {
+        m_out.append(m_rootText.data(), m_rootText.size());
+        m_rootTextWritten = true;
+    }
     if (m_prefixed && node.type >= binary::TYPE_FIRST_COMPLEX) {
         const TypeSlot& type = typeText(node.type);
         m_out.append(XSI_TYPE_ATTRIBUTE.data(), XSI_TYPE_ATTRIBUTE.size());

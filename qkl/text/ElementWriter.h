@@ -78,6 +78,11 @@ public:
     // Appends the element `node` and its subtree; -1 when a node is bad or the
     // nesting passes MAX_TEXT_DEPTH.
     int write(const WalkedNode& node, int level);
+    // Text written right behind the start element's name in its start tag, when
+    // that element has one (see rootTextWritten): the declarations known before
+    // the walk. The text must outlive the writer.
+    void setRootText(std::string_view text) { m_rootText = text; }
+    bool rootTextWritten() const { return m_rootTextWritten; }
     // Namespace URI -> "ns1", "ns2" ..., in URI order.
     const std::map<std::string, std::string, std::less<>>& prefixes() const { return m_prefixes; }
 
@@ -143,6 +148,8 @@ private:
     const bool m_prefixed;
     const unsigned char m_version;
     std::map<std::string, std::string, std::less<>> m_prefixes;
+    std::string_view m_rootText;
+    bool m_rootTextWritten = false;
     std::string m_texts;
     NameSlot m_names[NAME_SLOTS] = {};
     TypeSlot m_types[TYPE_SLOTS] = {};

@@ -61,14 +61,19 @@ size_t declarationPoint(std::string_view text, const CharArray& name, const std:
     return point == std::string_view::npos ? point : point + name.length();
 }
 
-// The declarations of every prefix (later URIs first) and, unless a subtree is
-// written under a namespace base, of xsi.
+// The xsi declaration, which stands last among the start element's declarations.
+const std::string& xsiDeclaration() {
+    static const std::string text = std::string(XSI_DECLARATION) + XmlSchemaInstance + '"';
+    return text;
+}
+
+// The declarations of every prefix (later URIs first) and, when `xsi`, of xsi.
 std::string declarations(const std::map<std::string, std::string, std::less<>>& prefixes, bool xsi) {
     std::string text;
     for (auto entry = prefixes.rbegin(); entry != prefixes.rend(); ++entry) {
         text.append(XMLNS_DECLARATION).append(entry->second).append("=\"").append(entry->first).append(1, '"');
     }
-    if (xsi) text.append(XSI_DECLARATION).append(XmlSchemaInstance).append(1, '"');
+    if (xsi) text.append(xsiDeclaration());
     return text;
 }
 
@@ -99,7 +104,12 @@ char* QKLBinary::toText(const QKLMessageIterator* at, const std::string& nsBase,
     map.validate();  // a malformed map area only makes the names "INVALID_TAG"
     TextOut out(size_t(node.size) * 2);
     const bool legacy = version < int(binary::MAP_MSG_VERSION);
+    // xsi is declared unless a subtree is written under a namespace base. Known
+    // before the walk, it is written with the start tag; the prefixes met on the
+    // way go in front of it afterwards, so the whole text need not move for it.
+    const bool xsi = !legacy && (at == nullptr || nsBase.empty());
     ElementWriter writer(out, map, !legacy, document.version());
+    if (xsi) writer.setRootText(xsiDeclaration());
     if (writer.write(node, 0) < 0) return nullptr;
 
     if (!legacy) {
@@ -110,8 +120,8 @@ char* QKLBinary::toText(const QKLMessageIterator* at, const std::string& nsBase,
         const size_t point = declarationPoint(std::string_view(out.data(), out.size()), name,
                                               own == writer.prefixes().end() ? nullptr : &own->second);
         if (point == std::string_view::npos) return nullptr;
-        const std::string declared = declarations(writer.prefixes(), at == nullptr || nsBase.empty());
-        out.insert(point, declared.data(), declared.size());
+        const std::string declared = declarations(writer.prefixes(), xsi && !writer.rootTextWritten());
+        if (!declared.empty()) out.insert(point, declared.data(), declared.size());
     }
 
     // (Nothing written, as for a header attribute as start node: nothing to print.)
