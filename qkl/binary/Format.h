@@ -382,6 +382,13 @@ private:
 
 // ---- Inline definitions: every walk of every document goes through these -------------
 
+// The walk's steps are inlined into every caller, whatever the compiler's size heuristics say.
+#if defined(__GNUC__)
+#define QKL_HOT_INLINE inline __attribute__((always_inline))
+#else
+#define QKL_HOT_INLINE inline
+#endif
+
 namespace detail {
 
 // A T at node offset `at` + `field`; 0 (reported) when it is not inside the arena.
@@ -430,7 +437,7 @@ inline bool Node::probe(const Arena& arena, unsigned int at) {
 }
 
 // Node::probe and the range's end in one pass over the node's header.
-inline std::uint64_t Format::node_range::size() const {
+QKL_HOT_INLINE std::uint64_t Format::node_range::size() const {
     const char* head = empty() ? nullptr : arena.readSpan(begin, NODE_HEAD);
     if (head == nullptr) return 0;
     std::uint16_t type = 0;
@@ -456,7 +463,7 @@ inline unsigned int Format::beyond(unsigned int at) const {
     return rootSize == 0 ? m_arena.size() : HEADER_SIZE + static_cast<unsigned int>(rootSize);
 }
 
-inline Format::node_range Format::node_range::children() const {
+QKL_HOT_INLINE Format::node_range Format::node_range::children() const {
     const node_range none{arena, end, end};
     const std::uint64_t bytes = size();
     if (bytes == 0 || !node().isContainer()) return none;
@@ -470,7 +477,7 @@ inline Format::node_range Format::node_range::children() const {
 }
 
 // The walk of size() and next(), with the size rule read once for the whole run.
-inline Format::node_range Format::node_range::find(int tag, bool anyTag) const {
+QKL_HOT_INLINE Format::node_range Format::node_range::find(int tag, bool anyTag) const {
     const node_range none{arena, end, end};
     // Without a whole header no node fits in the arena either.
     const char* header = arena.readSpan(0, HEADER_SIZE);

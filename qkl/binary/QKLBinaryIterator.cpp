@@ -92,7 +92,7 @@ void QKLBinaryIterator::invalidate() const { m_stamp = STALE_STAMP; }
 
 // ---- nodes around the position ----------------------------------------------------------------
 
-Format::node_range QKLBinaryIterator::currentInTree() const {
+QKL_HOT_INLINE Format::node_range QKLBinaryIterator::currentInTree() const {
     const QKLBinaryInternals* document = internals();
     if (m_path.empty() || document == nullptr || document->buffer() == nullptr) return Format::node_range();
     const Format format = document->format();
