@@ -64,8 +64,9 @@ Format::node_range Format::root() const { return node_range{m_arena, HEADER_SIZE
 unsigned int Format::size(unsigned int at, unsigned int msgVersion) const {
     std::uint64_t total = HEADER_SIZE;
     if (at < beyond(at)) {
-        if (Node::probe(m_arena, at)) return 0;
-        total += Node(m_arena, at).size();
+        const std::uint64_t nodeBytes = node_range{m_arena, at, m_arena.size()}.size();
+        if (nodeBytes == 0) return 0;  // the node does not fit in the arena
+        total += nodeBytes;
     }
     if (msgVersion >= MAP_MSG_VERSION) total += m_map.size();
     return total > 0xFFFFFFFFu ? 0 : static_cast<unsigned int>(total);

@@ -149,8 +149,16 @@ void QKLBinaryInternals::update(BinaryPath::Elements::const_iterator first,
     if (delta == 0) return;
     const binary::Arena view = arena();
     for (; first != last; ++first) {
-        Node node(view, first->offset);
-        node.setDataSize(node.dataSize() + unsigned(delta));
+        char* const head = view.writeSpan(first->offset, binary::NODE_HEAD);
+        if (head == nullptr) {  // outside the buffer: the field accessors report it
+            Node node(view, first->offset);
+            node.setDataSize(node.dataSize() + unsigned(delta));
+            continue;
+        }
+        std::uint32_t dataSize = 0;
+        std::memcpy(&dataSize, head + binary::DATA_SIZE_OFFSET, sizeof dataSize);
+        dataSize += unsigned(delta);
+        std::memcpy(head + binary::DATA_SIZE_OFFSET, &dataSize, sizeof dataSize);
     }
 }
 
