@@ -466,11 +466,17 @@ inline unsigned int Format::beyond(unsigned int at) const {
 QKL_HOT_INLINE Format::node_range Format::node_range::children() const {
     const node_range none{arena, end, end};
     const std::uint64_t bytes = size();
-    if (bytes == 0 || !node().isContainer()) return none;
-    const Node parent = node();
-    const unsigned int first = begin + parent.overhead();
+    if (bytes == 0) return none;
+    // The whole node lies inside the arena (size() checked it): its fields are read directly.
+    const char* const head = arena.start() + begin;
+    std::uint16_t type = 0;
+    std::uint32_t dataSize = 0;
+    std::memcpy(&type, head + TYPE_OFFSET, sizeof type);
+    std::memcpy(&dataSize, head + DATA_SIZE_OFFSET, sizeof dataSize);
+    if (!isContainer(type)) return none;
+    const unsigned int first = begin + NODE_HEAD + nodeBorder(type, dataSize);
     // A corrupt data size (not a sum of node sizes) must not reach past the parent.
-    std::uint64_t last = std::uint64_t(first) + parent.dataSize();
+    std::uint64_t last = std::uint64_t(first) + dataSize;
     const std::uint64_t parentEnd = begin + bytes;
     if (last > parentEnd) last = parentEnd;
     return node_range{arena, first, static_cast<unsigned int>(last)};
