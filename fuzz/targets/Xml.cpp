@@ -9,10 +9,13 @@
 //    that parses when an unknown element fails the parse gives the same message
 //    without that policy, and dropping unknown elements succeeds exactly when
 //    keeping them does;
+//  - a refused text leaves an error (lastTextError) inside the text read, up to
+//    its first zero byte; an accepted one leaves none;
 //  - a failed fromTextToChild leaves the document's bytes as they were; a
 //    successful one puts the tree the text gives alone under the element (the
 //    same text from there) in a document that loads again; the other sharer of
 //    the document never changes.
+#include <cstring>
 #include <memory>
 #include <string>
 
@@ -33,7 +36,11 @@ QKL::QKLMessage* parsedUnder(unsigned int policy, const std::string& text) {
     QKL::QKLBinary::Policy = policy;  // copied into the message at construction
     QKL::QKLMessage* message = QKL::QKLMsgFactory::createNew();
     QKL::QKLBinary::Policy = kept;
-    if (message->fromText(text.c_str(), nullptr) == 0) return message;
+    const bool parsed = message->fromText(text.c_str(), nullptr) == 0;
+    const QKL::TextError& error = dynamic_cast<const QKL::QKLBinary&>(*message).lastTextError();
+    require(parsed != bool(error), "a refused text, and only a refused one, has an error");
+    require(error.offset <= std::strlen(text.c_str()), "the error lies inside the text read");
+    if (parsed) return message;
     message->destroy();
     return nullptr;
 }

@@ -22,6 +22,7 @@
 #include "qkl/binary/DocumentError.h"
 #include "qkl/binary/Limits.h"
 #include "qkl/message/QKLMessage.h"
+#include "qkl/text/TextError.h"
 #include "qkl/util/CharArray.h"
 
 namespace QKL {
@@ -117,6 +118,11 @@ public:
     // Parses XML text into the whole message, or under `at`; on a
     // failure under an iterator the message is left as it was.
     int fromText(const char* text, QKLMessageIterator* at) override;
+    // Where and why the last fromText (or deserialize of XML text) refused the
+    // text: the offset into it, line, column and one of TextError's reasons.
+    // Clear after one that succeeded or failed for a cause outside the text (a
+    // null text, an iterator of another message). One thread at a time, as above.
+    const TextError& lastTextError() const { return m_textError; }
     QKLMessage* newMessage() const override;
     QKLMessageIterator* newIterator() override;
     const QKLMessageIterator* newIterator() const override;
@@ -173,6 +179,8 @@ private:
     int writeAttribute(int value, int id);
     int readOnOff(int& value, int id) const;
     int adopt(const char* bytes, int length);
+    // fromText without the error's line and column.
+    int readText(const char* text, QKLMessageIterator* at);
     int adoptUnder(const char* bytes, int length, QKLBinaryIterator& at);
     // Records why the received bytes were refused and returns -1.
     int refuseDocument(const char* bytes, int length);
@@ -207,6 +215,7 @@ private:
     mutable QKLBinaryInternals* m_internals;
     mutable unsigned int m_iteratorCount;
     DocumentError m_documentError;
+    TextError m_textError;
 };
 
 }  // namespace QKL

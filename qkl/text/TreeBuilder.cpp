@@ -104,6 +104,12 @@ int TreeBuilder::openForChild() {
     return 0;
 }
 
+bool TreeBuilder::refusesChild() const {
+    if (m_open.empty()) return m_size != 0;
+    const unsigned short type = typeAt(m_tree, m_open.back());
+    return !binary::isContainer(type) && (type != binary::TYPE_ELEMENT || dataSizeAt(m_tree, m_open.back()) != 0);
+}
+
 int TreeBuilder::open(int tag) {
     if (openForChild() != 0) return -1;
     const std::int64_t at = append(tag, binary::TYPE_ELEMENT, 0);

@@ -47,6 +47,8 @@ public:
     char* textRoom(std::size_t length);
     int setText(std::size_t length);
     void close();
+    // Whether open() fails because the open element takes no child (it holds a value).
+    bool refusesChild() const;
     // Follows a growth of the document's map area by `bytes`.
     int mapGrew(unsigned int bytes);
 

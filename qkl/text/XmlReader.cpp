@@ -9,6 +9,10 @@
 // The text is trusted to end with a zero byte and nothing else: every scan
 // stops at that byte, every look-ahead reads only behind a byte already known
 // not to be it, and the nesting is bounded by MAX_TEXT_DEPTH.
+//
+// A refused text leaves where and why in the message (lastTextError): each
+// failure names its place and reason through TextFaults, which does its work
+// only once the parse has failed; the line and column are counted last.
 #include <algorithm>
 #include <cstring>
 #include <iterator>
@@ -22,6 +26,8 @@
 #include "qkl/binary/QKLBinary.h"
 #include "qkl/binary/QKLBinaryInternals.h"
 #include "qkl/binary/QKLBinaryIterator.h"
+#include "qkl/text/TextError.h"
+#include "qkl/text/TextFaults.h"
 #include "qkl/text/TreeBuilder.h"
 #include "qkl/text/XmlEntities.h"
 #include "qkl/text/XmlNamespaces.h"
@@ -117,21 +123,29 @@ struct TextAttribute {
     CharArray value;
 };
 
-// name="value" at `cursor`, which ends behind the closing quote.
-int readTextAttribute(const char*& cursor, TextAttribute& attribute) {
+// name="value" at `cursor`, which ends behind the closing quote. On failure,
+// the reason (TextError), with the cursor at the fault.
+const char* readTextAttribute(const char*& cursor, TextAttribute& attribute) {
     const char* const name = cursor;
     for (; *cursor != '=' && *cursor != '\0'; ++cursor) {
-        if (strayInAttributeName(*cursor)) return -1;
+        if (strayInAttributeName(*cursor)) break;
     }
-    if (*cursor != '=' || cursor == name) return -1;
+    if (*cursor == '\0') return TextError::UNEXPECTED_END;
+    if (*cursor != '=' || cursor == name) {
+        cursor = name;
+        return TextError::NO_EQUALS;
+    }
     attribute.name = CharArray(name, unsigned(cursor - name));
-    if (*++cursor != '"') return -1;
+    if (*++cursor != '"') return *cursor == '\0' ? TextError::UNEXPECTED_END : TextError::VALUE_NOT_QUOTED;
     const char* const value = ++cursor;
     const char* const quote = std::strchr(value, '"');
-    if (quote == nullptr) return -1;
+    if (quote == nullptr) {
+        cursor = value + std::strlen(value);
+        return TextError::UNEXPECTED_END;
+    }
     attribute.value = CharArray(value, unsigned(quote - value));
     cursor = quote + 1;
-    return 0;
+    return nullptr;
 }
 
 // findStrC without its checks of a received map area. The reader only ever
@@ -182,13 +196,23 @@ CharArray prefixURI(const QKLProtocolIDMap& map, const NamespacePrefixes& prefix
 
 // Behind the root only white space, comments, declarations and processing
 // instructions may follow: another element or stray text is a malformed text.
-int readTrailer(const char* cursor) {
+// Null, or where the fault is: markup without its ">" or what may not follow.
+const char* readTrailer(const char* cursor) {
     bool failed = false;
     for (;;) {
         skipWhite(cursor);
-        if (*cursor == '\0') return 0;
-        if (!skipMarkup(cursor, failed)) return -1;
+        if (*cursor == '\0') return nullptr;
+        if (!skipMarkup(cursor, failed)) return cursor;
     }
+}
+
+// Where the root element begins: behind leading white space and markup.
+const char* rootStart(const char* cursor) {
+    bool failed = false;
+    do {
+        skipWhite(cursor);
+    } while (skipMarkup(cursor, failed));
+    return cursor;
 }
 
 // True when a node of the tree has tag 0 (a kept unknown element): the subtree
@@ -207,16 +231,23 @@ bool holdsFragment(const QKLBinaryInternals& document) {
 // Parses the elements of one text into a TreeBuilder, under the message's policy.
 class TextReader {
 public:
-    TextReader(QKLBinaryInternals& document, TreeBuilder& tree, unsigned int policy)
-        : m_document(document), m_map(document.idMap()), m_tree(tree), m_policy(policy) {}
+    TextReader(QKLBinaryInternals& document, TreeBuilder& tree, unsigned int policy, const char* text,
+               TextError& error)
+        : m_document(document), m_map(document.idMap()), m_tree(tree), m_policy(policy), m_faults(text, error) {}
 
     // Parses one element at `cursor` (advanced past it) under the open element; in
     // skip mode it checks the syntax and stores nothing. -1 on failure; END_TAG
     // when it meets the enclosing element's end tag ("</") instead of an element.
     int element(const char*& cursor, const NamespacePrefixes& prefixes, bool skip, int depth);
 
+    // The refusals (TextFaults.h): each records the first fault and returns -1.
+    int fail(const char* at, const char* reason) { return m_faults.fail(at, reason); }
+    int failEndTag(const char* at, const CharArray& open) {
+        return m_faults.endTag(at, open.ptr(), open.length());
+    }
+
 private:
-    int xmlType(const CharArray& attrPrefix, const CharArray& value, const CharArray& valuePrefix,
+    int xmlType(const char* at, const CharArray& attrPrefix, const CharArray& value, const CharArray& valuePrefix,
                 const NamespacePrefixes& prefixes);
     int storeText(const char* begin, const char* end);
     // Runs a look-up that may record a name, and follows the map area's growth.
@@ -238,6 +269,7 @@ private:
     QKLProtocolIDMap& m_map;
     TreeBuilder& m_tree;
     const unsigned int m_policy;
+    TextFaults m_faults;
     KnownName m_known[KNOWN_NAMES] = {};
 };
 
@@ -267,9 +299,10 @@ int TextReader::lookUpElement(const CharArray& name, int& id) {
 // The element's payload: its text, unescaped, as a plain node.
 int TextReader::storeText(const char* begin, const char* end) {
     char* const room = m_tree.textRoom(size_t(end - begin));
-    if (room == nullptr) return -1;
+    if (room == nullptr) return m_faults.text(begin, nullptr);
     const long long length = Internal::xmlUnescape(begin, end, room);
-    return length < 0 ? -1 : m_tree.setText(size_t(length));
+    if (length < 0) return m_faults.text(begin, end);
+    return m_tree.setText(size_t(length)) == 0 ? 0 : fail(begin, TextError::BEYOND_LIMITS);
 }
 
 int TextReader::element(const char*& cursor, const NamespacePrefixes& prefixes, bool skip, int depth) {
@@ -277,24 +310,26 @@ int TextReader::element(const char*& cursor, const NamespacePrefixes& prefixes, 
     do {
         skipWhite(cursor);
     } while (skipMarkup(cursor, failed));
-    if (failed || cursor[0] != '<') return -1;
+    if (failed || cursor[0] != '<') return m_faults.noElement(cursor, failed);
     if (cursor[1] == '/') return END_TAG;
-    if (depth >= QKLBinary::MAX_TEXT_DEPTH) return -1;
+    if (depth >= QKLBinary::MAX_TEXT_DEPTH) return fail(cursor, TextError::TOO_DEEP);
     const char* const start = cursor++;
     const char* const nameStart = cursor;
     while (!endsElementName(*cursor)) {
-        if (unsigned(cursor - nameStart) == Limits::MAX_ELEMENT_NAME_LENGTH) return -1;
+        if (unsigned(cursor - nameStart) == Limits::MAX_ELEMENT_NAME_LENGTH)
+            return fail(start, TextError::NAME_LENGTH);
         ++cursor;
     }
     const CharArray name(nameStart, unsigned(cursor - nameStart));
-    if (name.empty()) return -1;
+    if (name.empty()) return m_faults.noElement(start, false);
 
     int id = 0;
-    if (!skip && lookUpElement(name, id) != 0) return -1;
-    if (!skip && id == 0 && (m_policy & UNKNOWN_FAILS)) return -1;
+    if (!skip && lookUpElement(name, id) != 0) return fail(start, TextError::BEYOND_LIMITS);
+    if (!skip && id == 0 && (m_policy & UNKNOWN_FAILS)) return fail(start, TextError::UNKNOWN_ELEMENT);
     const bool unknown = !skip && id == 0;
     const bool store = !skip && !unknown;  // otherwise the syntax is checked and nothing stored
-    if (store && m_tree.open(id) != 0) return -1;
+    if (store && m_tree.open(id) != 0)
+        return fail(start, m_tree.refusesChild() ? TextError::HOLDS_VALUE : TextError::BEYOND_LIMITS);
 
     // The attributes, up to ">" or "/>".
     std::optional<NamespacePrefixes> declared;  // a copy of `prefixes`, made on the first xmlns:p
@@ -308,26 +343,29 @@ int TextReader::element(const char*& cursor, const NamespacePrefixes& prefixes, 
             break;
         }
         if (*cursor == '/') {
-            if (cursor[1] != '>') return -1;
+            if (cursor[1] != '>')
+                return cursor[1] == '\0' ? fail(cursor + 1, TextError::UNEXPECTED_END)
+                                          : fail(cursor, TextError::NO_EQUALS);
             cursor += 2;
             empty = true;
             break;
         }
         TextAttribute attribute;
-        if (readTextAttribute(cursor, attribute) != 0) return -1;
+        if (const char* const fault = readTextAttribute(cursor, attribute)) return fail(cursor, fault);
         if (!store) continue;
         const int header = QKLBinary::headerAttributeID(attribute.name.str());
         if (header != 0) {
             // As the header setters store them: a string with its zero byte.
             if (m_tree.addValue(header, binary::TYPE_STRING, attribute.value.ptr(), attribute.value.length()) != 0)
-                return -1;
+                return fail(attribute.name.ptr(), TextError::BEYOND_LIMITS);
             continue;
         }
         const bool prefixed = attribute.name.find(':') != CharArray::npos;
         const CharArray local = localOf(attribute.name);
         if (prefixed && prefixOf(attribute.name) == XMLNS && !local.empty()) {
             int ns = 0;
-            if (recording([&] { return namespaceID(m_map, attribute.value); }, ns) != 0 || ns < 0) return -1;
+            if (recording([&] { return namespaceID(m_map, attribute.value); }, ns) != 0 || ns < 0)
+                return fail(attribute.name.ptr(), TextError::BEYOND_LIMITS);
             if (!declared) declared.emplace(prefixes);
             (*declared)[local] = ns;
             scope = &*declared;
@@ -339,13 +377,15 @@ int TextReader::element(const char*& cursor, const NamespacePrefixes& prefixes, 
     }
     if (store) {
         for (const TextAttribute& type : typeCandidates) {
-            if (xmlType(prefixOf(type.name), localOf(type.value), prefixOf(type.value), *scope) != 0) return -1;
+            if (xmlType(type.name.ptr(), prefixOf(type.name), localOf(type.value), prefixOf(type.value), *scope) != 0)
+                return -1;
         }
         // After the type: setComplexType leaves a container with a namespace as it is.
         const CharArray elementPrefix = prefixOf(name);
         const NamespacePrefixes::const_iterator ns =
             elementPrefix.empty() ? scope->end() : scope->find(elementPrefix);
-        if (ns != scope->end() && ns->second != 0 && m_tree.setNamespace(ns->second) != 0) return -1;
+        if (ns != scope->end() && ns->second != 0 && m_tree.setNamespace(ns->second) != 0)
+            return fail(start, TextError::BEYOND_LIMITS);
     }
 
     if (!empty) {
@@ -355,14 +395,14 @@ int TextReader::element(const char*& cursor, const NamespacePrefixes& prefixes, 
             int result;
             while ((result = element(cursor, *scope, !store, depth + 1)) == 0) {
             }
-            if (result != END_TAG || !isEndTag(cursor, name)) return -1;
+            if (result != END_TAG || !isEndTag(cursor, name)) return result == END_TAG ? failEndTag(cursor, name) : -1;
         } else if (cursor[0] != '<') {
             const char* const end = findEndTag(content, name);
-            if (end == nullptr) return -1;
+            if (end == nullptr) return failEndTag(std::strstr(content, "</"), name);
             if (store && storeText(content, end) != 0) return -1;
             cursor = end;
         } else if (!isEndTag(cursor, name)) {
-            return -1;
+            return failEndTag(cursor, name);
         }
         cursor += name.length() + 3;
     }
@@ -371,25 +411,26 @@ int TextReader::element(const char*& cursor, const NamespacePrefixes& prefixes, 
         m_tree.close();
     } else if (unknown && !(m_policy & DROP_UNKNOWN)) {
         // The unknown element's whole text, as an XML fragment in its place.
-        if (m_tree.addValue(0, binary::TYPE_XML, start, size_t(cursor - start)) != 0) return -1;
+        if (m_tree.addValue(0, binary::TYPE_XML, start, size_t(cursor - start)) != 0)
+            return fail(start, TextError::BEYOND_LIMITS);
     }
     return 0;
 }
 
 // A prefixed "type" attribute: an xsi:type when its prefix names the schema
 // instance namespace, else an ordinary attribute (dropped).
-int TextReader::xmlType(const CharArray& attrPrefix, const CharArray& value, const CharArray& valuePrefix,
-                        const NamespacePrefixes& prefixes) {
+int TextReader::xmlType(const char* at, const CharArray& attrPrefix, const CharArray& value,
+                        const CharArray& valuePrefix, const NamespacePrefixes& prefixes) {
     const CharArray uri = prefixURI(m_map, prefixes, attrPrefix);
-    if (uri.empty()) return -1;
+    if (uri.empty()) return fail(at, TextError::UNDECLARED_TYPE_PREFIX);
     if (uri != CharArray(XmlSchemaInstance)) return 0;
     // A type is a QName: one prefix and a local name without ":". The writer splits a
     // type's full name at its last ":", so a local name holding one could not come back.
-    if (value.empty() || value.find(':') != CharArray::npos) return -1;
+    if (value.empty() || value.find(':') != CharArray::npos) return fail(at, TextError::TYPE_NOT_A_NAME);
     std::string fullName;
     if (!valuePrefix.empty()) {
         const CharArray typeNamespace = prefixURI(m_map, prefixes, valuePrefix);
-        if (typeNamespace.empty()) return -1;
+        if (typeNamespace.empty()) return fail(at, TextError::UNDECLARED_TYPE_PREFIX);
         fullName = typeNamespace.str() + ":";
     }
     fullName.append(value.ptr(), value.length());
@@ -397,10 +438,10 @@ int TextReader::xmlType(const CharArray& attrPrefix, const CharArray& value, con
     int typeID = 0;
     const CharArray full(fullName.data(), unsigned(fullName.size()));
     const auto lookUp = [&] { return m_map.findStr(full, &QKLDefaultMap::findType, QKLProtocolIDMap::TYPE); };
-    if (recording(lookUp, typeID) != 0 || typeID == 0) return -1;
+    if (recording(lookUp, typeID) != 0 || typeID == 0) return fail(at, TextError::BEYOND_LIMITS);
     // Its content follows its attributes: the element is a container (of header
     // attributes) or still empty, and takes the type either way.
-    return m_tree.setComplexType(typeID);
+    return m_tree.setComplexType(typeID) == 0 ? 0 : fail(at, TextError::BEYOND_LIMITS);
 }
 
 }  // namespace
@@ -408,6 +449,13 @@ int TextReader::xmlType(const CharArray& attrPrefix, const CharArray& value, con
 // ---- the top level ----------------------------------------------------------------------------
 
 int QKLBinary::fromText(const char* text, QKLMessageIterator* at) {
+    if (m_textError) m_textError = TextError();
+    const int result = readText(text, at);
+    if (m_textError) TextFaults::place(text, m_textError);
+    return result;
+}
+
+int QKLBinary::readText(const char* text, QKLMessageIterator* at) {
     if (text == nullptr || m_internals == nullptr) return -1;
     const QKLBinaryIterator* under = nullptr;
     if (at != nullptr) {
@@ -419,13 +467,26 @@ int QKLBinary::fromText(const char* text, QKLMessageIterator* at) {
     QKLBinaryInternals document;
     if (document.turnBlank() != 0) return -1;
     TreeBuilder tree(document);
-    TextReader reader(document, tree, m_policy);
+    TextReader reader(document, tree, m_policy, text, m_textError);
     const char* cursor = text;
-    if (reader.element(cursor, NamespacePrefixes(), false, 0) != 0 || readTrailer(cursor) != 0) return -1;
-    if (tree.finish() != 0 || document.format().empty()) return -1;
-    if (under == nullptr) return adopt(document.buffer(), int(document.used()));
-    if (holdsFragment(document)) return -1;
-    return m_internals->copy(document.buffer(), BinaryPath(), document.idMap(), under->path());
+    const int root = reader.element(cursor, NamespacePrefixes(), false, 0);
+    if (root == END_TAG) return reader.failEndTag(cursor, CharArray());
+    if (root != 0) return -1;
+    if (const char* const trailer = readTrailer(cursor)) {
+        // Markup behind the root that has no ">" ends with the text.
+        if (trailer[0] == '<' && (trailer[1] == '!' || trailer[1] == '?'))
+            return reader.fail(trailer + std::strlen(trailer), TextError::UNEXPECTED_END);
+        return reader.fail(trailer, TextError::TEXT_AFTER_ROOT);
+    }
+    if (tree.finish() != 0) return reader.fail(rootStart(text), TextError::BEYOND_LIMITS);
+    // Only a root dropped by the policy leaves no tree.
+    if (document.format().empty()) return reader.fail(rootStart(text), TextError::UNKNOWN_ELEMENT);
+    if (under != nullptr && holdsFragment(document)) return reader.fail(rootStart(text), TextError::UNKNOWN_ELEMENT);
+    const int placed = under == nullptr
+                           ? adopt(document.buffer(), int(document.used()))
+                           : m_internals->copy(document.buffer(), BinaryPath(), document.idMap(), under->path());
+    if (placed != 0) reader.fail(rootStart(text), TextError::BEYOND_LIMITS);
+    return placed;
 }
 
 }  // namespace QKL

@@ -61,6 +61,20 @@ inline void expectRefused(const std::string& text) {
     EXPECT_EQ(before, held(*m));
 }
 
+// "\n", "\r", "\t" and "\xHH" in the data files of this folder, as the characters.
+inline std::string unescape(const std::string& text) {
+    std::string out;
+    for (size_t at = 0; at < text.size(); ++at) {
+        if (text.compare(at, 2, "\\x") == 0) {
+            out += char(std::stoi(text.substr(at + 2, 2), nullptr, 16));
+            at += 3;
+        } else {
+            out += text[at] == '\\' ? "\n\r\t"[std::string("nrt").find(text[++at])] : text[at];
+        }
+    }
+    return out;
+}
+
 }  // namespace QKLTest
 
 #endif

@@ -5,20 +5,6 @@
 
 using namespace QKLTest;
 
-// "\xHH", "\n", "\r" and "\t" in reader_rules.txt.
-static std::string unescape(const std::string& text) {
-    std::string out;
-    for (size_t at = 0; at < text.size(); ++at) {
-        if (text.compare(at, 2, "\\x") == 0) {
-            out += char(std::stoi(text.substr(at + 2, 2), nullptr, 16));
-            at += 3;
-        } else {
-            out += text[at] == '\\' ? "\n\r\t"[std::string("nrt").find(text[++at])] : text[at];
-        }
-    }
-    return out;
-}
-
 static std::string repeat(const std::string& text, int times) {
     std::string out;
     while (times-- > 0) out += text;

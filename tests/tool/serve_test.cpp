@@ -139,6 +139,12 @@ void walk(const Server& server, const std::string& folder) {
 TEST(Serve, EachRequestGetsItsGoldenAnswerOnOneKeepAliveConnection) {
     Server server("--max-request 2048 --wsdl '" + DATA + "demo.wsdl'");
     walk(server, "builtin");
+    for (int request = 1; request < 4; ++request) server.line();
+    const std::string malformed = server.line();  // 04: the reader's reason beside the request line
+    EXPECT_EQ(0u, malformed.find("qklmsg serve: POST /env_manager 500 ")) << malformed;
+    EXPECT_NE(std::string::npos, malformed.find(" us: the XML reader refused the converted text at line 1, column "
+                                                "143: end tag </GetList> does not match <scope>"))
+        << malformed;
     EXPECT_EQ(QKLTest::ChildEnd::Returned, server.stop());
 }
 

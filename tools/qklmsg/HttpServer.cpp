@@ -157,6 +157,7 @@ private:
         m_response.emplace(http::status(answer.status), request.version() ? request.version() : 11);
         m_response->set(http::field::content_type, answer.contentType);
         if (!answer.allow.empty()) m_response->set(http::field::allow, answer.allow);
+        m_reason = std::move(answer.reason);
         m_response->keep_alive(keepAlive);
         m_response->body() = std::move(answer.body);
         m_response->prepare_payload();
@@ -171,7 +172,8 @@ private:
         const auto micros = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - m_started).count();
         logLine(orDash(request.method_string()) + " " + orDash(request.target()) + " " +
                 std::to_string(m_response->result_int()) + " " + std::to_string(m_response->body().size()) +
-                " bytes " + std::to_string(micros) + " us" + (ec ? " (not sent: " + ec.message() + ")" : ""));
+                " bytes " + std::to_string(micros) + " us" + (ec ? " (not sent: " + ec.message() + ")" : "") +
+                (m_reason.empty() ? "" : ": " + m_reason));
         if (ec) return close();
         if (m_response->keep_alive()) return readHeader();
         if (!m_unread) return close();
@@ -207,6 +209,7 @@ private:
     std::array<char, 4096> m_drained;
     bool m_waiting = false;  // for the next request, nothing of it in flight
     bool m_unread = false;   // a refused request's bytes may still be coming
+    std::string m_reason;    // the answer's reason, for the log line
     Clock::time_point m_started;
 };
 

@@ -56,8 +56,22 @@ QKLMessage* messageAt(const Input& input, std::size_t at, const Frame& frame, co
     }
     QKLMessage* message = QKLMsgFactory::createNew(bytes, frame.length);
     if (message != nullptr) return message;
-    refuse(where, frame.binary ? "malformed binary document: " + faultText(documentFault(bytes, frame.taken))
-                               : "not a message: the XML reader refused the text");
+    if (frame.binary) {
+        refuse(where, "malformed binary document: " + faultText(documentFault(bytes, frame.taken)));
+        return nullptr;
+    }
+    const QKL::TextError fault = textFault(bytes, frame.length);
+    if (!fault) {
+        refuse(where, "not a message: the XML reader refused the text");
+        return nullptr;
+    }
+    // file:line:column over the whole input, for a text that follows other messages too.
+    const std::size_t offset = at + fault.offset;
+    const std::size_t lineStart = input.bytes.rfind('\n', offset == 0 ? 0 : offset - 1);
+    const bool firstLine = offset == 0 || lineStart == std::string::npos;
+    const std::size_t line = 1 + std::size_t(std::count(input.bytes.begin(), input.bytes.begin() + offset, '\n'));
+    const std::size_t column = firstLine ? offset + 1 : offset - lineStart;
+    refuse(input.name + ":" + std::to_string(line) + ":" + std::to_string(column), fault.text());
     return nullptr;
 }
 
@@ -99,6 +113,12 @@ QKL::DocumentError documentFault(const char* bytes, std::size_t length) {
     QKL::auto_destroy<QKL::QKLBinary> message(new QKL::QKLBinary());
     message->init(bytes, int(std::min<std::size_t>(length, INT_MAX)));
     return message->lastDocumentError();
+}
+
+QKL::TextError textFault(const char* bytes, int length) {
+    QKL::auto_destroy<QKL::QKLBinary> message(new QKL::QKLBinary());
+    message->init(bytes, length);
+    return message->lastTextError();
 }
 
 std::string faultText(const QKL::DocumentError& fault) {

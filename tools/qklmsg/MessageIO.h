@@ -54,6 +54,9 @@ int writeEachMessage(const std::string& path, const std::string& output, Message
 // Where and why the library refuses the binary document in these bytes, as the
 // message that refuses them records it (clear if it takes them).
 QKL::DocumentError documentFault(const char* bytes, std::size_t length);
+// Where and why the library refuses the XML text in these bytes (`length` with the
+// text's zero byte), as the message that refuses it records it.
+QKL::TextError textFault(const char* bytes, int length);
 // "offset N: REASON", the form of every refusal of a binary document by the tool.
 std::string faultText(const QKL::DocumentError& fault);
 

@@ -28,19 +28,30 @@ bool envelopeText(QKLSoapEnvelope& envelope, std::string& text) {
 }
 
 // The converter's failure: its fault envelope (if the SOAP version has one)
-// to standard output, the fault string as the refusal line.
-void reportFault(const QKLSoapConverter& converter, const std::string& where, const std::string& stage) {
+// to standard output, the fault string as the refusal line, followed by `behind`
+// (why the XML reader refused the converted text) when there is such a reason.
+void reportFault(const QKLSoapConverter& converter, const std::string& where, const std::string& stage,
+                 const std::string& behind = std::string()) {
+    const std::string because = behind.empty() ? std::string() : " (" + behind + ")";
     QKL::QKLSoapFault* fault = converter.getFault();
     if (fault == nullptr) {
-        refuse(where, stage + " failed; the SOAP version has no fault envelope to answer with");
+        refuse(where, stage + " failed; the SOAP version has no fault envelope to answer with" + because);
         return;
     }
     std::string text;
     if (envelopeText(*fault, text)) writeOutput(std::string(), text);
-    refuse(where, stage + " failed: " + fault->getFaultString());
+    refuse(where, stage + " failed: " + fault->getFaultString() + because);
 }
 
 }  // namespace
+
+std::string readerReason(const QKL::QKLMessage& message) {
+    const QKL::QKLBinary* binary = dynamic_cast<const QKL::QKLBinary*>(&message);
+    if (binary == nullptr || !binary->lastTextError()) return std::string();
+    const QKL::TextError& fault = binary->lastTextError();
+    return "the XML reader refused the converted text at line " + std::to_string(fault.line) + ", column " +
+           std::to_string(fault.column) + ": " + fault.text();
+}
 
 QKL::QKLMessage* messageFromSoap(const std::string& request, const std::string& where,
                                  QKLSoapConverter& converter) {
@@ -51,7 +62,7 @@ QKL::QKLMessage* messageFromSoap(const std::string& request, const std::string& 
     QKL::auto_destroy<QKL::QKLMessage> message(newMessage(where));
     if (!message) return nullptr;
     if (converter.soapToQklmsg(request.c_str(), *message) != 0) {
-        reportFault(converter, where, "SOAP request conversion");
+        reportFault(converter, where, "SOAP request conversion", readerReason(*message));
         return nullptr;
     }
     return message.release();

@@ -7,6 +7,7 @@
 
 #include "DemoOperator.h"
 #include "OperatorProcess.h"
+#include "SoapBridge.h"
 #include "qkl/QKL.h"
 
 namespace qklmsg {
@@ -138,7 +139,11 @@ HttpAnswer soapCall(const ServiceSettings& settings, const std::string& body, So
     converter.setStrict(strict);
     QKL::auto_destroy<QKLMessage> request(QKL::QKLMsgFactory::createNew());
     if (!request) return faultAnswer(contentVersion, QKLSoapFault::ServerError, NO_MESSAGE_TEXT, strict);
-    if (converter.soapToQklmsg(text, *request) != 0) return converterFault(converter, contentVersion);
+    if (converter.soapToQklmsg(text, *request) != 0) {
+        HttpAnswer answer = converterFault(converter, contentVersion);
+        answer.reason = readerReason(*request);
+        return answer;
+    }
     // qklmsgToSoap starts a new conversion, which forgets the request's version.
     const SoapVersion version = converter.getSoapVersion();
     const SoapVersion faultVersion = version == QKL::SOAP_NONE ? contentVersion : version;

@@ -23,6 +23,7 @@ struct HttpAnswer {
     std::string contentType;
     std::string body;
     std::string allow;  // the Allow field of a 405, else empty
+    std::string reason;  // for the log line only: why the XML reader refused the request, else empty
 };
 
 // A plain-text answer: one line, for the refusals made before any SOAP version is known.
