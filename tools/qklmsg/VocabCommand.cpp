@@ -20,10 +20,15 @@ void printName(const char* kind, const CharArray& name) {
     if (!name.empty()) std::printf("%s: %.*s\n", kind, int(name.length()), name.ptr());
 }
 
-int namesOf(int id) {
-    printName(KINDS[0], QKL::getStringByElemIdDefault(id));
-    printName(KINDS[1], QKL::getStringByNSIdDefault(id));
-    printName(KINDS[2], QKL::getStringByTypeIdDefault(id));
+int namesOf(const char* word, int id) {
+    const CharArray names[] = {QKL::getStringByElemIdDefault(id), QKL::getStringByNSIdDefault(id),
+                               QKL::getStringByTypeIdDefault(id)};
+    bool found = false;
+    for (int i = 0; i < 3; ++i) {
+        printName(KINDS[i], names[i]);
+        found = found || !names[i].empty();
+    }
+    if (!found) return refuse(word, "names nothing in any vocabulary");
     return flushStandardOutput() ? EXIT_DONE : EXIT_REFUSED;
 }
 
@@ -47,7 +52,7 @@ int runVocab(const CommandLine& line) {
     const char* word = line.operands[0].c_str();
     char* end = nullptr;
     const long id = std::strtol(word, &end, 10);
-    if (*word != '\0' && *end == '\0') return namesOf(int(id));
+    if (*word != '\0' && *end == '\0') return namesOf(word, int(id));
     return idsOf(word);
 }
 

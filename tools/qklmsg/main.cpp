@@ -1,5 +1,6 @@
 // qklmsg: the command-line tool of the library.
 //
+//   qklmsg --help | -h | --version            this usage text, or the library's version (exit 0)
 //   qklmsg demo                               the SOAP round trip on built-in data, every stage printed
 //   qklmsg to-xml IN [-o OUT]                 message -> XML text (toText)
 //   qklmsg to-binary IN [-o OUT]              message -> binary document (serialize)
@@ -12,6 +13,7 @@
 //   qklmsg inspect IN [-o OUT]                a binary document's nodes, one line each, then its map
 //                                             entries (XML text is read into a binary document first)
 //   qklmsg vocab NAME|ID                      element, namespace and type vocabulary look-up, both ways
+//                                             (a name or ID in no vocabulary is refused: exit 1)
 //   qklmsg serve [--listen ADDR:PORT] [--operator CMD] [--operator-timeout SECONDS] [--wsdl FILE]
 //                [--strict] [--max-request BYTES] [--threads N]
 //                                             SOAP over HTTP until SIGINT or SIGTERM (exit 0)
@@ -26,6 +28,7 @@
 // 1 input refused (one line on standard error says what and where), 2 usage.
 #include <csignal>
 #include <cstdio>
+#include <string>
 
 #include "Commands.h"
 #include "ToolIO.h"
@@ -43,7 +46,7 @@ const char USAGE[] =
     "       qklmsg inspect IN [-o OUT]\n"
     "       qklmsg vocab NAME|ID\n"
     "       qklmsg serve [--listen ADDR:PORT] [--operator CMD] [--operator-timeout SECONDS]\n"
-    "                    [--wsdl FILE] [--strict] [--max-request BYTES] [--threads N]\n"
+    "                    [--wsdl FILE] [--strict] [--max-request BYTES] [--threads N]\n"    "       qklmsg --help | -h | --version\n"
     "IN is a file or - for standard input: a binary document or XML text (a SOAP request for\n"
     "soap-to-msg). Output goes to standard output, or whole to OUT with -o. Binary output\n"
     "(to-binary, soap-to-msg -b) is not written to a terminal. inspect reads XML text into a\n"
@@ -55,6 +58,8 @@ const char USAGE[] =
     "serve answers SOAP 1.1 and 1.2 calls over HTTP (default 127.0.0.1:8080, port 0: any free one)\n"
     "with the built-in demo operator, or runs CMD with /bin/sh per request: the request message as\n"
     "XML text on its standard input, its answer (the operator element) on its standard output.\n"
+    "vocab refuses a name or ID that is in no vocabulary. --help prints this text, --version\n"
+    "the library's version.\n"
     "Exit status: 0 done, 1 input refused (the reason on standard error), 2 usage.\n";
 
 struct CommandEntry {
@@ -93,7 +98,22 @@ std::string misfit(const CommandEntry& entry, const CommandLine& line) {
     return std::string();
 }
 
+// --help / -h and --version, alone on the command line: the answer on standard output, exit 0.
+bool answersAlone(int argc, char** argv) {
+    if (argc != 2) return false;
+    const std::string word = argv[1];
+    if (word == "--help" || word == "-h") {
+        std::fputs(USAGE, stdout);
+    } else if (word == "--version") {
+        std::printf("qklmsg %s\n", QKLMSG_VERSION);
+    } else {
+        return false;
+    }
+    return true;
+}
+
 int dispatch(int argc, char** argv) {
+    if (answersAlone(argc, argv)) return flushStandardOutput() ? EXIT_DONE : EXIT_REFUSED;
     CommandLine line;
     std::string error;
     if (!parseCommandLine(argc, argv, line, error)) return usageError(error);
