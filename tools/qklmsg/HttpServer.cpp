@@ -283,6 +283,12 @@ void Server::run() {
     for (unsigned i = 1; i < settings.threads; ++i) helpers.emplace_back([this] { m_io.run(); });
     m_io.run();
     for (std::thread& helper : helpers) helper.join();
+    // Stopped and drained: a later SIGINT or SIGTERM (a second one from an impatient supervisor)
+    // must not end the way out by the default action, so they are ignored from here to the exit.
+    beast::error_code ignored;
+    m_signals.clear(ignored);
+    std::signal(SIGINT, SIG_IGN);
+    std::signal(SIGTERM, SIG_IGN);
 }
 
 }  // namespace
