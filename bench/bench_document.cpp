@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -175,6 +176,7 @@ std::string agentReplyBytes() {
 
 void BM_AgentReplySerializeAndReceive(benchmark::State& state) {
     QKL::auto_destroy<> reply(agentReply());
+    const long before = g_allocations;
     for (auto _ : state) {
         char* bytes = nullptr;
         int length = 0;
@@ -183,12 +185,27 @@ void BM_AgentReplySerializeAndReceive(benchmark::State& state) {
         benchmark::DoNotOptimize(received.get());
         std::free(bytes);
     }
+    state.counters["allocs"] = benchmark::Counter(double(g_allocations - before), benchmark::Counter::kAvgIterations);
 }
 BENCHMARK(BM_AgentReplySerializeAndReceive);
+
+// The same through the owning handles; `allocs` (operator new per iteration) must match the raw row's.
+void BM_AgentReplySerializeAndReceiveHandles(benchmark::State& state) {
+    const QKL::MessagePtr reply(agentReply());
+    const long before = g_allocations;
+    for (auto _ : state) {
+        const QKL::Buffer bytes = QKL::serialize(*reply);
+        const QKL::MessagePtr received = QKL::parse(bytes.view());
+        benchmark::DoNotOptimize(received.get());
+    }
+    state.counters["allocs"] = benchmark::Counter(double(g_allocations - before), benchmark::Counter::kAvgIterations);
+}
+BENCHMARK(BM_AgentReplySerializeAndReceiveHandles);
 
 // Receives the reply and reads all 1000 values by name; reports values per second.
 void BM_AgentReplyReceiveAndReadByName(benchmark::State& state) {
     const std::string bytes = agentReplyBytes();
+    const long before = g_allocations;
     std::string text;
     int cpu = 0;
     long long memory = 0;
@@ -207,8 +224,35 @@ void BM_AgentReplyReceiveAndReadByName(benchmark::State& state) {
         }
     }
     state.SetItemsProcessed(state.iterations() * 1000);
+    state.counters["allocs"] = benchmark::Counter(double(g_allocations - before), benchmark::Counter::kAvgIterations);
 }
 BENCHMARK(BM_AgentReplyReceiveAndReadByName);
+
+// The same reading loop through QKL::children and QKL::get.
+void BM_AgentReplyReceiveAndReadByNameHandles(benchmark::State& state) {
+    const std::string bytes = agentReplyBytes();
+    const long before = g_allocations;
+    for (auto _ : state) {
+        const QKL::MessagePtr received = QKL::parse(bytes);
+        const QKL::IteratorPtr envm = QKL::iterate(*received);
+        envm->seek("data/envm");
+        for (QKL::QKLMessageIterator& env : QKL::children(*envm)) {
+            const std::optional<std::string> eid = QKL::get<std::string>(env, "eid");
+            const std::optional<std::string> status = QKL::get<std::string>(env, "status");
+            const std::optional<int> cpu = QKL::get<int>(env, "cpu");
+            const std::optional<long long> memory = QKL::get<long long>(env, "memory");
+            const std::optional<double> load = QKL::get<double>(env, "load");
+            benchmark::DoNotOptimize(eid);
+            benchmark::DoNotOptimize(status);
+            benchmark::DoNotOptimize(cpu);
+            benchmark::DoNotOptimize(memory);
+            benchmark::DoNotOptimize(load);
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * 1000);
+    state.counters["allocs"] = benchmark::Counter(double(g_allocations - before), benchmark::Counter::kAvgIterations);
+}
+BENCHMARK(BM_AgentReplyReceiveAndReadByNameHandles);
 
 }  // namespace
 

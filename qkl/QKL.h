@@ -25,6 +25,7 @@
 #include "qkl/binary/QKLBinaryIterator.h"
 
 // Subsystem 1: the message model.
+#include "qkl/message/QKLHandles.h"
 #include "qkl/message/QKLMessage.h"
 #include "qkl/message/QKLMessageIterator.h"
 #include "qkl/message/QKLMsgFactory.h"
@@ -36,5 +37,6 @@
 // Subsystem 6: the SOAP bridge.
 #include "qkl/soap/QKLSoapConverter.h"
 #include "qkl/soap/QKLSoapEnvelope.h"
+#include "qkl/soap/QKLSoapHandles.h"
 
 #endif
