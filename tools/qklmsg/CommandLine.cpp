@@ -16,7 +16,8 @@ struct FlagOption {
     bool CommandLine::*field;
 };
 const FlagOption FLAG_OPTIONS[] = {{"-b", OPTION_BINARY, &CommandLine::binary},
-                                   {"--strict", OPTION_STRICT, &CommandLine::strict}};
+                                   {"--strict", OPTION_STRICT, &CommandLine::strict},
+                                   {"--list", OPTION_LIST, &CommandLine::list}};
 
 // The options followed by a value word, kept as given: a word and its field.
 struct ValueOption {

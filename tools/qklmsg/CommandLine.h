@@ -1,5 +1,5 @@
 // The parsed command line: a command word, its operands and the options
-// (-o FILE, -b, --soap 1.1|1.2, --strict and serve's), in any order after the
+// (-o FILE, -b, --soap 1.1|1.2, --strict, vocab's --list and serve's), in any order after the
 // command word.
 // Which command accepts which options and how many operands is the
 // dispatch table's business (main.cpp); this only reads the words.
@@ -25,6 +25,7 @@ enum Option : unsigned {
     OPTION_WSDL = 128u,
     OPTION_MAX_REQUEST = 256u,
     OPTION_THREADS = 512u,
+    OPTION_LIST = 1024u,
 };
 
 // serve's options, as given; ServeCommand.cpp reads and checks their values.
@@ -44,6 +45,7 @@ struct CommandLine {
     bool binary = false;                // -b
     QKL::SoapVersion soapVersion = QKL::SOAP_1_1;  // --soap
     bool strict = false;                // --strict
+    bool list = false;                  // --list (vocab)
     ServeWords serve;
     unsigned optionsGiven = 0;          // Option bits seen
 };

@@ -1,6 +1,7 @@
 // qklmsg inspect IN: the bytes of each binary document of the input made
 // readable: a summary line, one line per node in document order (offset, name
-// indented by depth, tag, type, ns, data size, size), then one line per map
+// indented by depth, tag, type, ns, data size, size, then its value if it has
+// one, as valueText shows it), then one line per map
 // entry (offset, ID, kind, name). XML text is read into a binary document
 // first, and standard error says so: the text has no bytes of its own to show.
 // A binary document that is refused shows, on standard output only, every node
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "Commands.h"
+#include "qkl/binary/NodeValue.h"
 #include "MessageIO.h"
 
 namespace qklmsg {
@@ -52,6 +54,68 @@ std::string elementName(const QKLBinaryInternals& doc, int tag) {
     return std::string(invalid.ptr(), invalid.length());
 }
 
+// Past this many bytes a value is cut, and its whole length shown behind it.
+constexpr std::size_t SHOWN_VALUE_BYTES = 64;
+
+// `bytes` between two `quote`s, with \" \\ \n \t and \xHH for the other control
+// bytes, so that a value stays on its line; cut past SHOWN_VALUE_BYTES as
+// "abc..." (N bytes).
+std::string shown(const char* bytes, std::size_t length, const char* quote) {
+    std::string out = quote;
+    for (std::size_t i = 0; i < length && i < SHOWN_VALUE_BYTES; ++i) {
+        const unsigned char c = static_cast<unsigned char>(bytes[i]);
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += char(c);
+        } else if (c == '\n') {
+            out += "\\n";
+        } else if (c == '\t') {
+            out += "\\t";
+        } else if (c < 0x20 || c == 0x7f) {
+            appendFormat(out, "\\x%02x", c);
+        } else {
+            out += char(c);
+        }
+    }
+    if (length <= SHOWN_VALUE_BYTES) return out + quote;
+    appendFormat(out, "...%s (%zu bytes)", quote, length);
+    return out;
+}
+
+// A node's value as text: texts quoted, times and numbers as they are written
+// in XML, base64 values as their base64 text with the decoded length. Empty for
+// a container, a value too short for its type, and a payload outside the bytes.
+std::string valueText(const Node& node) {
+    std::int32_t number = 0;
+    long long wide = 0;
+    double real = 0;
+    switch (node.type()) {
+    case QKL::binary::TYPE_ELEMENT:
+    case QKL::binary::TYPE_STRING:
+    case QKL::binary::TYPE_TIME:
+    case QKL::binary::TYPE_XML: {
+        if (node.data() == nullptr) return std::string();
+        const CharArray stored = QKL::binary::storedText(node);
+        return shown(stored.ptr(), stored.length(), node.type() == QKL::binary::TYPE_TIME ? "" : "\"");
+    }
+    case QKL::binary::TYPE_INT:
+        return QKL::binary::numberOf(node, number) ? QKL::intToStr(number) : std::string();
+    case QKL::binary::TYPE_LONGLONG:
+        return QKL::binary::numberOf(node, wide) ? QKL::longlongToStr(wide) : std::string();
+    case QKL::binary::TYPE_DOUBLE:
+        return QKL::binary::numberOf(node, real) ? QKL::doubleToStr(real) : std::string();
+    case QKL::binary::TYPE_BASE64: {
+        // The stored bytes end in a terminating byte that is not part of the value.
+        if (node.data() == nullptr || node.dataSize() == 0) return std::string();
+        const std::string text = QKL::Base64::encode(std::string(node.data(), node.dataSize() - 1));
+        return "base64 " + shown(text.data(), text.size(), "\"") + " (" + std::to_string(node.dataSize() - 1) +
+               " bytes decoded)";
+    }
+    default:
+        return std::string();
+    }
+}
+
 void describeDocument(const QKLBinaryInternals& doc, std::string& out) {
     const Format format = doc.format();
     appendFormat(out, "document: %u bytes, format version %u, message version %d, map area %u bytes at offset %u\n",
@@ -61,9 +125,11 @@ void describeDocument(const QKLBinaryInternals& doc, std::string& out) {
 
 void describeNode(const QKLBinaryInternals& doc, const Node& node, std::size_t depth, std::string& out) {
     const std::string name = elementName(doc, node.tag());
-    appendFormat(out, "node @%-5u %*s<%s> tag %d type %u ns %u data size %u size %llu\n", node.offset(),
+    const std::string value = valueText(node);
+    appendFormat(out, "node @%-5u %*s<%s> tag %d type %u ns %u data size %u size %llu%s%s\n", node.offset(),
                  int(depth * 2), "", name.c_str(), node.tag(), unsigned(node.type()), unsigned(node.ns()),
-                 node.dataSize(), static_cast<unsigned long long>(node.size()));
+                 node.dataSize(), static_cast<unsigned long long>(node.size()), value.empty() ? "" : " value ",
+                 value.c_str());
 }
 
 // Depth first, in document order, the nodes of `format` before offset

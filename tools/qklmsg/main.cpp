@@ -14,6 +14,9 @@
 //                                             entries (XML text is read into a binary document first)
 //   qklmsg vocab NAME|ID                      element, namespace and type vocabulary look-up, both ways
 //                                             (a name or ID in no vocabulary is refused: exit 1)
+//   qklmsg vocab --list [elements|namespaces|types]
+//                                             "ID name" per line in ID order; all three, each under a
+//                                             header line, when no kind is given
 //   qklmsg serve [--listen ADDR:PORT] [--operator CMD] [--operator-timeout SECONDS] [--wsdl FILE]
 //                [--strict] [--max-request BYTES] [--threads N]
 //                                             SOAP over HTTP until SIGINT or SIGTERM (exit 0)
@@ -45,8 +48,10 @@ const char USAGE[] =
     "       qklmsg msg-to-soap IN [--soap 1.1|1.2] [--strict] [-o OUT]\n"
     "       qklmsg inspect IN [-o OUT]\n"
     "       qklmsg vocab NAME|ID\n"
+    "       qklmsg vocab --list [elements|namespaces|types]\n"
     "       qklmsg serve [--listen ADDR:PORT] [--operator CMD] [--operator-timeout SECONDS]\n"
-    "                    [--wsdl FILE] [--strict] [--max-request BYTES] [--threads N]\n"    "       qklmsg --help | -h | --version\n"
+    "                    [--wsdl FILE] [--strict] [--max-request BYTES] [--threads N]\n"
+    "       qklmsg --help | -h | --version\n"
     "IN is a file or - for standard input: a binary document or XML text (a SOAP request for\n"
     "soap-to-msg). Output goes to standard output, or whole to OUT with -o. Binary output\n"
     "(to-binary, soap-to-msg -b) is not written to a terminal. inspect reads XML text into a\n"
@@ -58,8 +63,12 @@ const char USAGE[] =
     "serve answers SOAP 1.1 and 1.2 calls over HTTP (default 127.0.0.1:8080, port 0: any free one)\n"
     "with the built-in demo operator, or runs CMD with /bin/sh per request: the request message as\n"
     "XML text on its standard input, its answer (the operator element) on its standard output.\n"
-    "vocab refuses a name or ID that is in no vocabulary. --help prints this text, --version\n"
-    "the library's version.\n"
+    "vocab refuses a name or ID that is in no vocabulary. vocab --list prints \"ID name\", one\n"
+    "per line in ID order, of one vocabulary, or of all three each under a line \"elements:\",\n"
+    "\"namespaces:\" or \"types:\". inspect shows each node's value after its sizes: texts\n"
+    "quoted with \\\" \\\\ \\n \\t \\xHH escapes, numbers and times as in XML text, base64 as\n"
+    "its text; a value past 64 bytes is cut and its length shown. --help prints this text,\n"
+    "--version the library's version.\n"
     "Exit status: 0 done, 1 input refused (the reason on standard error), 2 usage.\n";
 
 struct CommandEntry {
@@ -76,7 +85,7 @@ const CommandEntry COMMANDS[] = {
     {"soap-to-msg", 1, OPTION_OUTPUT | OPTION_BINARY | OPTION_STRICT, runSoapToMsg},
     {"msg-to-soap", 1, OPTION_OUTPUT | OPTION_SOAP | OPTION_STRICT, runMsgToSoap},
     {"inspect", 1, OPTION_OUTPUT, runInspect},
-    {"vocab", 1, 0, runVocab},
+    {"vocab", 1, OPTION_LIST, runVocab},
     {"serve", 0,
      OPTION_LISTEN | OPTION_OPERATOR | OPTION_OPERATOR_TIMEOUT | OPTION_WSDL | OPTION_STRICT | OPTION_MAX_REQUEST |
          OPTION_THREADS,
@@ -90,8 +99,10 @@ const CommandEntry* findCommand(const std::string& name) {
 }
 
 // The reason the command line does not fit the command's entry, or "".
+// --list makes vocab's one operand optional.
 std::string misfit(const CommandEntry& entry, const CommandLine& line) {
-    if (line.operands.size() != entry.operands)
+    const bool fewerListed = line.list && line.operands.size() < entry.operands;
+    if (line.operands.size() != entry.operands && !fewerListed)
         return line.command + " takes " + std::to_string(entry.operands) + " operand(s), not " +
                std::to_string(line.operands.size());
     if (line.optionsGiven & ~entry.options) return line.command + " does not take that option";
