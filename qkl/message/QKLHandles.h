@@ -116,6 +116,16 @@ inline Buffer serialize(const QKLMessage& msg, int peerVersion = 40500) {
     return Buffer(bytes, std::size_t(length));
 }
 
+// The subtree at the iterator's current element as a binary document of its
+// own, which deserialize(bytes, length, at) places under an element of another
+// message. An empty Buffer on failure.
+inline Buffer serialize(const QKLMessageIterator& at) {
+    char* bytes = nullptr;
+    int length = 0;
+    if (at.serializeFromChild(&bytes, &length) != 0) return Buffer();
+    return Buffer(bytes, std::size_t(length));
+}
+
 // The whole message as XML text; size() is its strlen. An empty Buffer on failure.
 inline Buffer toText(const QKLMessage& msg) {
     char* text = msg.toText(nullptr, std::string(), QKLMessageIterator::TEXT_FLAGS);

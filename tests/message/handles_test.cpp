@@ -43,6 +43,11 @@ TEST(Handles, SerializeParseGetRoundTripsInEveryPeerForm) {
         EXPECT_EQ(3, i);
         EXPECT_EQ("envm", envm->curName());  // the range's iterators are its own
         EXPECT_EQ(40, get<int>(*envm, "env/cpu"));  // the first "env"
+        const Buffer subtree = serialize(*envm);  // placed under another message's root
+        const MessagePtr holder = makeMessage("packet");
+        const IteratorPtr under = iterate(*holder);
+        ASSERT_EQ(0, holder->deserialize(subtree.data(), int(subtree.size()), under.get()));
+        EXPECT_EQ(40, get<int>(*under, "envm/env/cpu"));
     }
     EXPECT_EQ(textOf(*sent), toText(*sent).view());  // without the final NUL
 }
