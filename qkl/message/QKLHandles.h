@@ -177,37 +177,43 @@ inline Children children(const QKLMessageIterator& it) { return Children(it); }
 // text that is no number reads as 0, not nullopt (long long and double refuse
 // it); bool is false for exactly "0", "" and "false".
 template <class T>
-std::optional<T> get(const QKLMessageIterator& it, const std::string& path);
+inline std::optional<T> get(const QKLMessageIterator& it, const std::string& path);
 
 namespace handles_detail {
 inline int read(const QKLMessageIterator& it, int& value, const std::string& path) { return it.getValue(value, path); }
 inline int read(const QKLMessageIterator& it, bool& value, const std::string& path) { return it.getValue(value, path); }
-inline int read(const QKLMessageIterator& it, std::string& value, const std::string& path) {
-    return it.getValue(value, path);
-}
 inline int read(const QKLMessageIterator& it, long long& value, const std::string& path) {
     return it.getValueLongLong(value, path);
 }
 inline int read(const QKLMessageIterator& it, double& value, const std::string& path) {
     return it.getValueDouble(value, path);
 }
+
+template <class T>
+inline std::optional<T> number(const QKLMessageIterator& it, const std::string& path) {
+    T value{};
+    if (read(it, value, path) != 0) return std::nullopt;
+    return value;
+}
+
+// Read in place and returned as the one named result, so the string is neither copied nor moved.
+inline std::optional<std::string> text(const QKLMessageIterator& it, const std::string& path) {
+    std::optional<std::string> value(std::in_place);
+    if (it.getValue(*value, path) != 0) value.reset();
+    return value;
+}
 }  // namespace handles_detail
 
 template <class T>
-std::optional<T> get(const QKLMessageIterator& it, const std::string& path) {
+inline std::optional<T> get(const QKLMessageIterator& it, const std::string& path) {
     static_assert(std::is_same<T, int>::value || std::is_same<T, long long>::value ||
                       std::is_same<T, double>::value || std::is_same<T, bool>::value ||
                       std::is_same<T, std::string>::value,
                   "QKL::get reads int, long long, double, bool or std::string");
-    if constexpr (std::is_same<T, std::string>::value) {
-        std::optional<T> text(std::in_place);  // read in place and returned as is: no string moved
-        if (handles_detail::read(it, *text, path) != 0) text.reset();
-        return text;
-    } else {
-        T value{};
-        if (handles_detail::read(it, value, path) != 0) return std::nullopt;
-        return value;
-    }
+    if constexpr (std::is_same<T, std::string>::value)
+        return handles_detail::text(it, path);
+    else
+        return handles_detail::number<T>(it, path);
 }
 
 }  // namespace QKL
