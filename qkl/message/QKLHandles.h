@@ -39,7 +39,8 @@ using ConstIteratorPtr = std::unique_ptr<const QKLMessageIterator>;
 
 // A buffer the library allocated with malloc (text, binary bytes, base64),
 // owned alone and freed with free(). size() is the length the library gave:
-// for binary bytes the whole packet, for text without its final NUL.
+// a packet's whole length (the text packet of a peer below 40000 counts its
+// final NUL), a rendering's text without its NUL.
 class Buffer {
 public:
     Buffer() noexcept = default;
@@ -136,17 +137,17 @@ inline Buffer toText(const QKLMessage& msg) {
 inline IteratorPtr iterate(QKLMessage& msg) { return IteratorPtr(msg.newIterator()); }
 inline ConstIteratorPtr iterate(const QKLMessage& msg) { return ConstIteratorPtr(msg.newIterator()); }
 
-// The children of an iterator's current element, each visited through one
-// iterator of the range's own; the iterator the range was made from stays
-// where it was. The range must not outlive that iterator's message.
+// The children of an iterator's current element, in one pass, visited through
+// an iterator of the range's own: the iterator the range was made from stays
+// where it was. The range places its iterator on the first child when it is
+// made, so it never refers back to the iterator it came from, and
+// `children(*QKL::iterate(msg))` is safe; the message must outlive the range.
 class Children {
 public:
     struct End {};
     class Iterator {
     public:
-        explicit Iterator(const QKLMessageIterator& parent) : m_child(parent.newIterator(false)) {
-            if (m_child && m_child->firstChild() != 0) m_child.reset();
-        }
+        explicit Iterator(IteratorPtr child) noexcept : m_child(std::move(child)) {}
         QKLMessageIterator& operator*() const { return *m_child; }
         QKLMessageIterator* operator->() const { return m_child.get(); }
         Iterator& operator++() {
@@ -157,15 +158,18 @@ public:
         bool operator==(End) const { return m_child == nullptr; }
 
     private:
-        IteratorPtr m_child;
+        IteratorPtr m_child;  // null past the last child
     };
 
-    explicit Children(const QKLMessageIterator& parent) : m_parent(&parent) {}
-    Iterator begin() const { return Iterator(*m_parent); }
-    End end() const { return End(); }
+    explicit Children(const QKLMessageIterator& parent) : m_first(parent.newIterator(false)) {
+        if (m_first && m_first->firstChild() != 0) m_first.reset();
+    }
+    // Hands the range's iterator over: a second begin() is at the end.
+    Iterator begin() noexcept { return Iterator(std::move(m_first)); }
+    End end() const noexcept { return End(); }
 
 private:
-    const QKLMessageIterator* m_parent;
+    IteratorPtr m_first;
 };
 
 inline Children children(const QKLMessageIterator& it) { return Children(it); }

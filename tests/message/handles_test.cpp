@@ -108,6 +108,10 @@ TEST(Handles, EarlyReturnsMovesAndSharingReleaseEachOnce) {
     const IteratorPtr envm = iterate(*message);
     ASSERT_EQ(0, envm->seek("envm"));
     EXPECT_EQ("enve1", firstBusy(*envm));
+    int roots = 0;
+    for (QKLMessageIterator& envmOfRoot : children(*iterate(*message)))  // the temporary iterator is gone by now
+        roots += envmOfRoot.curName() == "envm";
+    EXPECT_EQ(1, roots);
     MessagePtr sharer(message->copy(false));
     EXPECT_EQ(2, message->shareCount());
     { const MessagePtr moved = std::move(sharer); }
