@@ -75,8 +75,8 @@ TEST(Handles, EmptyMessagesAndTextInput) {
     const MessagePtr empty = makeMessage();
     ASSERT_TRUE(empty);
     EXPECT_STREQ("", toText(*empty).c_str());  // nothing to render: an empty Buffer, printable
-    ASSERT_EQ(0, empty->fromText("<packet><a>1</a></packet>", nullptr));
     const std::string text = "<packet><a>1</a></packet>";
+    ASSERT_EQ(0, empty->fromText(text.c_str(), nullptr));
     EXPECT_FALSE(parse(text));
     const MessagePtr parsed = parse(text.c_str(), text.size() + 1);
     ASSERT_TRUE(parsed);

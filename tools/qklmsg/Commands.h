@@ -17,7 +17,7 @@ int runVocab(const CommandLine& line);       // VocabCommand.cpp
 int runServe(const CommandLine& line);       // ServeCommand.cpp
 
 // Usage errors found by a command itself (after the table's checks): one
-// line on standard error, the usage text, EXIT_USAGE.
+// line on standard error with the reason, one pointing to --help, EXIT_USAGE.
 int usageError(const std::string& why);
 
 }  // namespace qklmsg

@@ -137,8 +137,9 @@ int dispatch(int argc, char** argv) {
 
 }  // namespace
 
+// Two lines, as other command-line tools answer: the reason, and where the usage text is.
 int usageError(const std::string& why) {
-    std::fprintf(stderr, "qklmsg: %s\n%s", why.c_str(), USAGE);
+    std::fprintf(stderr, "qklmsg: %s\nTry 'qklmsg --help' for more information.\n", why.c_str());
     return EXIT_USAGE;
 }
 
