@@ -6,6 +6,7 @@
 // first, and standard error says so: the text has no bytes of its own to show.
 // A binary document that is refused shows, on standard output only, every node
 // and map entry that can be read before its fault, then "offset N: REASON".
+#include <algorithm>
 #include <cstdarg>
 #include <climits>
 #include <cstdio>
@@ -57,10 +58,11 @@ std::string elementName(const QKLBinaryInternals& doc, int tag) {
 // Past this many bytes a value is cut, and its whole length shown behind it.
 constexpr std::size_t SHOWN_VALUE_BYTES = 64;
 
-// `bytes` between two `quote`s, with \" \\ \n \t and \xHH for the other control
-// bytes, so that a value stays on its line; cut past SHOWN_VALUE_BYTES as
-// "abc..." (N bytes).
-std::string shown(const char* bytes, std::size_t length, const char* quote) {
+// A value of `whole` bytes, of which the first `length` are at `bytes`,
+// between two `quote`s, with \" \\ \n \t and \xHH for the other control bytes,
+// so that it stays on its line; cut past SHOWN_VALUE_BYTES as "abc..." (N bytes).
+// Will not read past bytes + length.
+std::string shown(const char* bytes, std::size_t length, std::size_t whole, const char* quote) {
     std::string out = quote;
     for (std::size_t i = 0; i < length && i < SHOWN_VALUE_BYTES; ++i) {
         const unsigned char c = static_cast<unsigned char>(bytes[i]);
@@ -77,8 +79,8 @@ std::string shown(const char* bytes, std::size_t length, const char* quote) {
             out += char(c);
         }
     }
-    if (length <= SHOWN_VALUE_BYTES) return out + quote;
-    appendFormat(out, "...%s (%zu bytes)", quote, length);
+    if (whole <= SHOWN_VALUE_BYTES) return out + quote;
+    appendFormat(out, "...%s (%zu bytes)", quote, whole);
     return out;
 }
 
@@ -96,7 +98,8 @@ std::string valueText(const Node& node) {
     case QKL::binary::TYPE_XML: {
         if (node.data() == nullptr) return std::string();
         const CharArray stored = QKL::binary::storedText(node);
-        return shown(stored.ptr(), stored.length(), node.type() == QKL::binary::TYPE_TIME ? "" : "\"");
+        const char* quote = node.type() == QKL::binary::TYPE_TIME ? "" : "\"";
+        return shown(stored.ptr(), stored.length(), stored.length(), quote);
     }
     case QKL::binary::TYPE_INT:
         return QKL::binary::numberOf(node, number) ? QKL::intToStr(number) : std::string();
@@ -105,10 +108,14 @@ std::string valueText(const Node& node) {
     case QKL::binary::TYPE_DOUBLE:
         return QKL::binary::numberOf(node, real) ? QKL::doubleToStr(real) : std::string();
     case QKL::binary::TYPE_BASE64: {
-        // The stored bytes end in a terminating byte that is not part of the value.
+        // The stored bytes end in a terminating byte that is not part of the value. Only what is
+        // shown is encoded: 48 bytes give the 64 characters shown, and one more the cut behind them.
         if (node.data() == nullptr || node.dataSize() == 0) return std::string();
-        const std::string text = QKL::Base64::encode(std::string(node.data(), node.dataSize() - 1));
-        return "base64 " + shown(text.data(), text.size(), "\"") + " (" + std::to_string(node.dataSize() - 1) +
+        const std::size_t decoded = node.dataSize() - 1;
+        const std::size_t encoded = (decoded + 2) / 3 * 4;
+        const std::size_t head = std::min(decoded, SHOWN_VALUE_BYTES / 4 * 3 + 1);
+        const std::string text = QKL::Base64::encode(std::string(node.data(), head));
+        return "base64 " + shown(text.data(), text.size(), encoded, "\"") + " (" + std::to_string(decoded) +
                " bytes decoded)";
     }
     default:
