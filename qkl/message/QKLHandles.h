@@ -46,6 +46,8 @@ public:
     Buffer() noexcept = default;
     // Takes over `data` (malloc'ed, may be null) of `size` bytes.
     Buffer(char* data, std::size_t size) noexcept : m_data(data), m_size(data ? size : 0) {}
+    // Takes over a malloc'ed text ended by a NUL (may be null); size() is its strlen.
+    static Buffer ofText(char* text) noexcept { return Buffer(text, text ? std::strlen(text) : 0); }
     Buffer(Buffer&& other) noexcept : m_data(other.m_data), m_size(other.m_size) {
         other.m_data = nullptr;
         other.m_size = 0;
@@ -129,8 +131,7 @@ inline Buffer serialize(const QKLMessageIterator& at) {
 
 // The whole message as XML text; size() is its strlen. An empty Buffer on failure.
 inline Buffer toText(const QKLMessage& msg) {
-    char* text = msg.toText(nullptr, std::string(), QKLMessageIterator::TEXT_FLAGS);
-    return Buffer(text, text ? std::strlen(text) : 0);
+    return Buffer::ofText(msg.toText(nullptr, std::string(), QKLMessageIterator::TEXT_FLAGS));
 }
 
 // A new iterator on the message's root.

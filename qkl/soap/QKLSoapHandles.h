@@ -4,7 +4,6 @@
 #ifndef QKL_SOAP_QKLSOAPHANDLES_H
 #define QKL_SOAP_QKLSOAPHANDLES_H
 
-#include <cstring>
 #include <memory>
 
 #include "qkl/message/QKLHandles.h"
@@ -27,10 +26,7 @@ inline SoapEnvelopePtr toSoap(QKLSoapConverter& converter, QKLMessage& reply, So
 
 // An envelope's text (a fault's too); size() is its strlen. An empty Buffer
 // when there is none.
-inline Buffer toText(QKLSoapEnvelope& envelope) {
-    char* text = envelope.toText();
-    return Buffer(text, text ? std::strlen(text) : 0);
-}
+inline Buffer toText(QKLSoapEnvelope& envelope) { return Buffer::ofText(envelope.toText()); }
 
 }  // namespace QKL
 
